@@ -1,0 +1,150 @@
+#include "core/policy/tab_policy.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace velto {
+
+namespace {
+
+constexpr double kFreshObservationSeconds = 90;
+constexpr double kNeverSelectedTrustCap = 3600;
+constexpr double kTabLimitIdleMinimum = 300;
+
+std::string lowercased(std::string_view text) {
+  std::string out(text);
+  std::transform(out.begin(), out.end(), out.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return out;
+}
+
+std::string_view trimmed(std::string_view text, std::string_view characters) {
+  const size_t first = text.find_first_not_of(characters);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(characters) - first + 1);
+}
+
+bool observedRecently(const LiveTab& tab, Date now) {
+  const double age = secondsBetween(tab.observedAt, now);
+  return age >= 0 && age < kFreshObservationSeconds;
+}
+
+}  // namespace
+
+ExclusionList::ExclusionList(const std::vector<std::string>& entries) {
+  for (const std::string& entry : entries) {
+    if (auto domain = TabPolicy::normalizedDomain(entry)) domains_.insert(std::move(*domain));
+  }
+}
+
+bool ExclusionList::excludes(std::string_view url) const {
+  std::string buffer;
+  const auto host = safeHttpHost(url, buffer);
+  if (!host) return true;
+  if (domains_.empty()) return false;
+  // The host itself, then each parent domain at a label boundary.
+  std::string_view candidate = *host;
+  while (true) {
+    if (domains_.find(candidate) != domains_.end() ) return true;
+    const size_t dot = candidate.find('.');
+    if (dot == std::string_view::npos) return false;
+    candidate.remove_prefix(dot + 1);
+  }
+}
+
+namespace TabPolicy {
+
+std::optional<Url> safeURL(std::string_view text) {
+  auto url = Url::parse(text);
+  if (!url) return std::nullopt;
+  const std::string scheme = lowercased(url->scheme);
+  if (scheme != "https" && scheme != "http") return std::nullopt;
+  if (!url->hasHost || url->userInfo) return std::nullopt;
+  return url;
+}
+
+std::optional<std::string> normalizedDomain(std::string_view entry) {
+  std::string text = lowercased(trimmed(entry, " \t\n\r\v\f"));
+  if (text.starts_with("*.")) text.erase(0, 2);
+  if (text.find("://") == std::string::npos) text.insert(0, "https://");
+  const auto url = Url::parse(text);
+  if (!url || !url->hasHost) return std::nullopt;
+  std::string host(trimmed(lowercased(url->host), "."));
+  if (host.find('.') == std::string::npos || host.find(' ') != std::string::npos) {
+    return std::nullopt;
+  }
+  return host;
+}
+
+bool isExcluded(std::string_view url, const std::vector<std::string>& domains) {
+  return ExclusionList(domains).excludes(url);
+}
+
+bool isProtected(const LiveTab& tab, const Preferences& preferences) {
+  switch (tab.pinState) {
+    case PinState::pinned: return true;
+    case PinState::unpinned: return false;
+    case PinState::unknown: return tab.index <= preferences.protectedTabsPerWindow();
+  }
+  return false;
+}
+
+Date lastUsed(const LiveTab& tab, const Preferences& preferences, Date now) {
+  if (!tab.lastVisitAt || *tab.lastVisitAt > now) return tab.lastActiveAt;
+  if (*tab.lastVisitAt > tab.lastActiveAt) return *tab.lastVisitAt;
+  if (tab.neverSelectedSince) {
+    const double trustAfter = std::min(preferences.idleThreshold(), kNeverSelectedTrustCap);
+    if (secondsBetween(*tab.neverSelectedSince, now) >= trustAfter) return *tab.lastVisitAt;
+  }
+  return tab.lastActiveAt;
+}
+
+bool canSuggestClosing(const LiveTab& tab, const Preferences& preferences) {
+  return preferences.connectedBrowsers.contains(tab.browser) && !isProtected(tab, preferences) &&
+         !tab.isActive && !isExcluded(tab.url, preferences.exclusions);
+}
+
+bool canAutoClose(const LiveTab& tab, const Preferences& preferences, Date now) {
+  return preferences.autoClose && canSuggestClosing(tab, preferences) &&
+         observedRecently(tab, now) &&
+         secondsBetween(lastUsed(tab, preferences, now), now) >= preferences.idleThreshold();
+}
+
+bool canAutoCloseForTabLimit(const LiveTab& tab, const Preferences& preferences, Date now) {
+  return preferences.automaticallyEnforcesTabLimit() && canSuggestClosing(tab, preferences) &&
+         observedRecently(tab, now) &&
+         secondsBetween(lastUsed(tab, preferences, now), now) >= kTabLimitIdleMinimum;
+}
+
+std::vector<LiveTab> reconcile(const std::vector<LiveTab>& fresh,
+                               const std::vector<LiveTab>& previous, Date now) {
+  std::unordered_map<std::string_view, const LiveTab*> byID;
+  for (const LiveTab& tab : previous) byID[tab.id] = &tab;  // later duplicates win
+
+  std::vector<LiveTab> result;
+  result.reserve(fresh.size());
+  for (const LiveTab& tab : fresh) {
+    const LiveTab* match = nullptr;
+    if (const auto found = byID.find(tab.id); found != byID.end()) {
+      const LiveTab& old = *found->second;
+      const bool samePosition = !isSafariFamily(tab.browser) || old.index == tab.index;
+      if (old.url == tab.url && observedRecently(old, now) && samePosition) match = &old;
+    }
+    LiveTab next = tab;
+    if (tab.isActive) {
+      next.lastActiveAt = now;
+      next.neverSelectedSince.reset();
+    } else {
+      next.lastActiveAt = match ? match->lastActiveAt : now;
+      next.neverSelectedSince = match ? match->neverSelectedSince : std::optional<Date>(now);
+    }
+    next.lastVisitAt = match ? match->lastVisitAt : std::nullopt;
+    next.observedAt = now;
+    result.push_back(std::move(next));
+  }
+  return result;
+}
+
+}  // namespace TabPolicy
+
+}  // namespace velto

@@ -1,0 +1,41 @@
+#include "core/support/date.h"
+
+#include <gtest/gtest.h>
+
+namespace velto {
+namespace {
+
+TEST(DateTest, ReadsOnlyTheExactWholeSecondUTCForm) {
+  const auto date = parseISO8601("2026-01-31T08:15:00Z");
+  ASSERT_TRUE(date);
+  EXPECT_EQ(*date, dateFromUTC(2026, 1, 31, 8, 15, 0));
+  EXPECT_EQ(parseISO8601("2024-02-29T23:59:59Z"), dateFromUTC(2024, 2, 29, 23, 59, 59));
+
+  for (const char* bad : {"", "2026-01-31T08:15:00", "2026-01-31T08:15:00.000Z",
+                          "2026-01-31T08:15:00+00:00", "2026-01-31t08:15:00z",
+                          "2026-01-31 08:15:00Z", "2025-02-29T00:00:00Z", "2026-04-31T00:00:00Z",
+                          "2026-13-01T00:00:00Z", "2026-00-10T00:00:00Z", "2026-01-00T00:00:00Z",
+                          "2026-01-01T24:00:00Z", "2026-01-01T00:60:00Z", "2026-01-01T00:00:60Z",
+                          "+026-01-01T00:00:00Z", "2026-1-01T00:00:00Z", "yesterday"}) {
+    EXPECT_FALSE(parseISO8601(bad)) << bad;
+  }
+}
+
+TEST(DateTest, WritesWholeSecondsAndRoundTrips) {
+  const Date date = addingSeconds(dateFromUTC(1999, 12, 31, 23, 59, 59), 0.75);
+  EXPECT_EQ(formatISO8601(date), "1999-12-31T23:59:59Z");
+  EXPECT_EQ(parseISO8601(formatISO8601(date)), truncatedToSeconds(date));
+  EXPECT_EQ(formatISO8601(dateFromUTC(1, 1, 1)), "0001-01-01T00:00:00Z");
+  EXPECT_EQ(formatISO8601(dateFromUTC(9999, 12, 31, 23, 59, 59)), "9999-12-31T23:59:59Z");
+  EXPECT_EQ(formatISO8601(addingSeconds(dateFromUTC(1970, 1, 1), -0.5)), "1969-12-31T23:59:59Z");
+}
+
+TEST(DateTest, KeepsSubSecondAges) {
+  const Date start = dateFromUTC(2026, 1, 1);
+  EXPECT_LT(secondsBetween(start, addingSeconds(start, 89.9)), 90);
+  EXPECT_DOUBLE_EQ(secondsBetween(addingSeconds(start, 90), start), -90);
+  EXPECT_DOUBLE_EQ(secondsSince1970(dateFromSecondsSince1970(1655526400.5)), 1655526400.5);
+}
+
+}  // namespace
+}  // namespace velto

@@ -1,0 +1,201 @@
+#include "core/support/url.h"
+
+#include <uriparser/Uri.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace velto {
+
+namespace {
+
+bool isHex(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+bool isUnreserved(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         c == '-' || c == '.' || c == '_' || c == '~';
+}
+
+bool isSubDelim(char c) { return c != '\0' && std::strchr("!$&'()*+,;=", c) != nullptr; }
+
+// Characters that may stand as they are somewhere in a URI reference.
+bool isURIChar(char c) {
+  return isUnreserved(c) || isSubDelim(c) || (c != '\0' && std::strchr(":/?#[]@%", c) != nullptr);
+}
+
+// Percent-encodes what can never stand in a URI as it is, like an address bar does.
+std::string encodeInvalidCharacters(std::string_view text) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    const bool strayPercent =
+        c == '%' && !(i + 2 < text.size() && isHex(text[i + 1]) && isHex(text[i + 2]));
+    if (isURIChar(c) && !strayPercent) {
+      out.push_back(c);
+    } else {
+      const auto byte = static_cast<unsigned char>(c);
+      out.push_back('%');
+      out.push_back(kDigits[byte >> 4]);
+      out.push_back(kDigits[byte & 0x0f]);
+    }
+  }
+  return out;
+}
+
+std::string rangeText(const UriTextRangeA& range) {
+  if (range.first == nullptr || range.afterLast == nullptr) return {};
+  return std::string(range.first, range.afterLast);
+}
+
+bool rangePresent(const UriTextRangeA& range) { return range.first != nullptr; }
+
+std::string percentDecoded(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size() && isHex(text[i + 1]) && isHex(text[i + 2])) {
+      out.push_back(static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16)));
+      i += 2;
+    } else {
+      out.push_back(text[i]);
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+std::optional<Url> Url::parse(std::string_view input) {
+  const std::string text = encodeInvalidCharacters(input);
+  UriUriA uri;
+  const char* error = nullptr;
+  if (uriParseSingleUriExA(&uri, text.data(), text.data() + text.size(), &error) != URI_SUCCESS) {
+    return std::nullopt;
+  }
+  Url url;
+  bool valid = rangePresent(uri.scheme);
+  url.scheme = rangeText(uri.scheme);
+  if (rangePresent(uri.userInfo)) url.userInfo = rangeText(uri.userInfo);
+  url.host = percentDecoded(rangeText(uri.hostText));
+  url.hasHost = !url.host.empty();
+  if (rangePresent(uri.portText) && uri.portText.first != uri.portText.afterLast) {
+    const std::string port = rangeText(uri.portText);
+    if (port.size() > 9) {
+      valid = false;
+    } else {
+      url.port = static_cast<uint32_t>(std::stoul(port));
+    }
+  }
+  // Rebuild the path from its segments: uriparser keeps them as a list.
+  if (uri.absolutePath || (rangePresent(uri.hostText) && uri.pathHead != nullptr)) {
+    url.path = "/";
+  }
+  for (const UriPathSegmentA* segment = uri.pathHead; segment; segment = segment->next) {
+    if (segment != uri.pathHead) url.path.push_back('/');
+    url.path += rangeText(segment->text);
+  }
+  if (rangePresent(uri.query)) url.query = rangeText(uri.query);
+  if (rangePresent(uri.fragment)) url.fragment = rangeText(uri.fragment);
+  uriFreeUriMembersA(&uri);
+  if (!valid) return std::nullopt;
+  return url;
+}
+
+std::string Url::text() const {
+  std::string out = scheme + ":";
+  if (hasHost) {
+    out += "//";
+    if (userInfo) out += *userInfo + "@";
+    out += host.find(':') != std::string::npos ? "[" + host + "]" : host;
+    if (port) out += ":" + std::to_string(*port);
+  }
+  out += path;
+  if (query) out += "?" + *query;
+  if (fragment) out += "#" + *fragment;
+  return out;
+}
+
+namespace {
+
+bool startsWithNoCase(std::string_view text, std::string_view prefix) {
+  if (text.size() < prefix.size()) return false;
+  for (size_t i = 0; i < prefix.size(); ++i) {
+    char c = text[i];
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+    if (c != prefix[i]) return false;
+  }
+  return true;
+}
+
+void lowercaseTrimmed(std::string_view host, std::string& buffer) {
+  while (!host.empty() && host.front() == '.') host.remove_prefix(1);
+  while (!host.empty() && host.back() == '.') host.remove_suffix(1);
+  buffer.assign(host);
+  for (char& c : buffer) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+  }
+}
+
+// The common shape "http(s)://simple-host[:digits][/...]" whose remainder is plain URI
+// text; nullopt means "not sure", and the full parser decides.
+std::optional<std::optional<std::string_view>> fastHost(std::string_view text) {
+  size_t at;
+  if (startsWithNoCase(text, "https://")) {
+    at = 8;
+  } else if (startsWithNoCase(text, "http://")) {
+    at = 7;
+  } else {
+    return std::nullopt;
+  }
+  size_t end = at;
+  while (end < text.size() && isUnreserved(text[end])) ++end;
+  const std::string_view host = text.substr(at, end - at);
+  if (end < text.size() && text[end] == ':') {
+    size_t digits = end + 1;
+    while (digits < text.size() && text[digits] >= '0' && text[digits] <= '9') ++digits;
+    if (digits - end - 1 > 9) return std::nullopt;
+    end = digits;
+  }
+  if (end < text.size() && text[end] != '/' && text[end] != '?' && text[end] != '#') {
+    return std::nullopt;
+  }
+  bool sawFragment = false;
+  for (size_t i = end; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '#') {
+      if (sawFragment) return std::nullopt;
+      sawFragment = true;
+    } else if (c == '%') {
+      if (!(i + 2 < text.size() && isHex(text[i + 1]) && isHex(text[i + 2]))) return std::nullopt;
+    } else if (!(isUnreserved(c) || isSubDelim(c) || c == ':' || c == '@' || c == '/' ||
+                 c == '?')) {
+      return std::nullopt;
+    }
+  }
+  if (host.empty()) return std::optional<std::string_view>{};
+  return std::optional<std::string_view>{host};
+}
+
+}  // namespace
+
+std::optional<std::string_view> safeHttpHost(std::string_view text, std::string& buffer) {
+  if (const auto fast = fastHost(text)) {
+    if (!*fast) return std::nullopt;
+    lowercaseTrimmed(**fast, buffer);
+    return std::string_view(buffer);
+  }
+  const auto url = Url::parse(text);
+  if (!url || url->userInfo || !url->hasHost) return std::nullopt;
+  std::string scheme = url->scheme;
+  std::transform(scheme.begin(), scheme.end(), scheme.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  if (scheme != "http" && scheme != "https") return std::nullopt;
+  lowercaseTrimmed(url->host, buffer);
+  return std::string_view(buffer);
+}
+
+}  // namespace velto

@@ -1,0 +1,40 @@
+#include "core/support/uuid.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+namespace velto {
+namespace {
+
+TEST(UuidTest, ParsesEitherCaseAndWritesUpperCase) {
+  const auto lower = Uuid::parse("0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5b");
+  const auto upper = Uuid::parse("0F8E4A3C-1B2D-4E5F-8A9B-0C1D2E3F4A5B");
+  ASSERT_TRUE(lower && upper);
+  EXPECT_EQ(*lower, *upper);
+  EXPECT_EQ(lower->text(), "0F8E4A3C-1B2D-4E5F-8A9B-0C1D2E3F4A5B");
+}
+
+TEST(UuidTest, RefusesEverythingButTheHyphenatedForm) {
+  for (const char* bad : {"", "0f8e4a3c1b2d4e5f8a9b0c1d2e3f4a5b", "{0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5b}",
+                          "0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5", "0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5bb",
+                          "0f8e4a3c-1b2d-4e5f-8a9b_0c1d2e3f4a5b", "0g8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5b",
+                          " 0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5b"}) {
+    EXPECT_FALSE(Uuid::parse(bad)) << bad;
+  }
+}
+
+TEST(UuidTest, RandomIsVersionFourAndDistinct) {
+  std::set<Uuid> seen;
+  for (int i = 0; i < 64; ++i) {
+    const auto uuid = Uuid::random();
+    ASSERT_TRUE(uuid);
+    EXPECT_EQ(uuid->text()[14], '4');
+    EXPECT_EQ(Uuid::parse(uuid->text()), uuid);
+    seen.insert(*uuid);
+  }
+  EXPECT_EQ(seen.size(), 64u);
+}
+
+}  // namespace
+}  // namespace velto
