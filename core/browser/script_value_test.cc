@@ -1,0 +1,122 @@
+#include "core/browser/script_value.h"
+
+#include <gtest/gtest.h>
+
+namespace velto {
+namespace {
+
+using V = ScriptValue;
+
+TEST(ScriptValueTest, ReadsRecordedSnapshotReply) {
+  // A snapshot reply as the script runner prints it: one window, two tabs, one title with
+  // an escaped quote and backslash.
+  const auto value = parseScriptOutput(
+      "{{\"1234\", \"567\", 1, \"Say \\\"hi\\\" \\\\ bye\", \"https://a.org/\", true}, "
+      "{\"1234\", \"568\", 2, \"\", \"https://b.org/\", false}}\n");
+  ASSERT_TRUE(value);
+  EXPECT_EQ(
+      *value,
+      V::list({
+          V::list({V::text("1234"), V::text("567"), V::integer(1), V::text("Say \"hi\" \\ bye"),
+                   V::text("https://a.org/"), V::boolean(true)}),
+          V::list({V::text("1234"), V::text("568"), V::integer(2), V::text(""),
+                   V::text("https://b.org/"), V::boolean(false)}),
+      }));
+}
+
+TEST(ScriptValueTest, ReadsEveryKindAndWhiteSpace) {
+  const struct {
+    std::string_view output;
+    V expected;
+  } cases[] = {
+      {"true\n", V::boolean(true)},
+      {"false", V::boolean(false)},
+      {"missing value", V()},
+      {"", V()},
+      {" \n", V()},
+      {"{}", V::list({})},
+      {"{ }", V::list({})},
+      {"-42", V::integer(-42)},
+      {"9223372036854775807", V::integer(INT64_MAX)},
+      {"\"a\nb\"", V::text("a\nb")},  // a raw line break inside a string
+      {"\"\\n\\r\\t\"", V::text("\n\r\t")},
+      {"\"caf\xc3\xa9\"", V::text("caf\xc3\xa9")},
+      {"{1,{2,{}},missing value}",
+       V::list({V::integer(1), V::list({V::integer(2), V::list({})}), V()})},
+  };
+  for (const auto& c : cases) {
+    const auto value = parseScriptOutput(c.output);
+    ASSERT_TRUE(value) << c.output;
+    EXPECT_EQ(*value, c.expected) << c.output;
+  }
+}
+
+TEST(ScriptValueTest, RejectsMalformedAndForeignOutput) {
+  const std::string deep =
+      std::string(kMaxScriptValueDepth + 1, '{') + std::string(kMaxScriptValueDepth + 1, '}');
+  const std::string_view cases[] = {
+      "{\"a\", 1",               // truncated list
+      "{\"a\" 1}",               // missing comma
+      "{1,}",                    // trailing comma
+      "{,}",                     //
+      "\"open",                  // unterminated string
+      "\"bad \\q escape\"",      //
+      "\"ends in backslash\\",   //
+      "1.5",                     // reals are never returned by our scripts
+      "1.0E+20",                 //
+      "9223372036854775808",     // overflow
+      "-",                       //
+      "trueish",                 //
+      "missing",                 //
+      "{name:\"x\"}",            // records
+      "application \"Safari\"",  // object references
+      "true false",              // two values
+      "\xff",                    //
+      deep,
+  };
+  for (std::string_view output : cases) EXPECT_FALSE(parseScriptOutput(output)) << output;
+
+  const std::string deepest =
+      std::string(kMaxScriptValueDepth, '{') + std::string(kMaxScriptValueDepth, '}');
+  EXPECT_TRUE(parseScriptOutput(deepest));
+}
+
+TEST(ScriptValueTest, CoercionsFollowDescriptorRules) {
+  const V list = V::list({V::integer(7)});
+  EXPECT_EQ(list.numberOfItems(), 1u);
+  EXPECT_EQ(list.item(1)->int32Value(), 7);
+  EXPECT_EQ(list.item(0), nullptr);
+  EXPECT_EQ(list.item(2), nullptr);
+  EXPECT_EQ(V::text("x").numberOfItems(), 0u);
+
+  EXPECT_EQ(V::text("t").stringValue(), "t");
+  EXPECT_EQ(V::integer(-5).stringValue(), "-5");
+  EXPECT_EQ(V::boolean(true).stringValue(), std::nullopt);
+  EXPECT_EQ(V().stringValue(), std::nullopt);
+  EXPECT_EQ(list.stringValue(), std::nullopt);
+
+  const struct {
+    V value;
+    int32_t expected;
+  } numbers[] = {
+      {V::integer(INT32_MIN), INT32_MIN},
+      {V::integer(int64_t{INT32_MAX} + 1), 0},
+      {V::text("-12"), -12},
+      {V::text("12a"), 0},
+      {V::text(""), 0},
+      {V::boolean(true), 1},
+      {V(), 0},
+      {list, 0},
+  };
+  for (const auto& c : numbers) EXPECT_EQ(c.value.int32Value(), c.expected);
+
+  EXPECT_TRUE(V::boolean(true).booleanValue());
+  EXPECT_FALSE(V::boolean(false).booleanValue());
+  EXPECT_TRUE(V::integer(2).booleanValue());
+  EXPECT_FALSE(V::integer(0).booleanValue());
+  EXPECT_FALSE(V::text("true").booleanValue());
+  EXPECT_FALSE(V().booleanValue());
+}
+
+}  // namespace
+}  // namespace velto
