@@ -6,10 +6,14 @@ int64_t rawValue(MemoryPressure pressure) { return static_cast<int64_t>(pressure
 
 std::optional<MemoryPressure> memoryPressureFromRawValue(int64_t value) {
   switch (value) {
-    case 1: return MemoryPressure::normal;
-    case 2: return MemoryPressure::warning;
-    case 4: return MemoryPressure::critical;
-    default: return std::nullopt;
+    case 1:
+      return MemoryPressure::normal;
+    case 2:
+      return MemoryPressure::warning;
+    case 4:
+      return MemoryPressure::critical;
+    default:
+      return std::nullopt;
   }
 }
 
@@ -17,9 +21,12 @@ bool isElevated(MemoryPressure pressure) { return pressure != MemoryPressure::no
 
 std::string_view displayName(MemoryPressure pressure) {
   switch (pressure) {
-    case MemoryPressure::normal: return "normal";
-    case MemoryPressure::warning: return "warning";
-    case MemoryPressure::critical: return "critical";
+    case MemoryPressure::normal:
+      return "normal";
+    case MemoryPressure::warning:
+      return "warning";
+    case MemoryPressure::critical:
+      return "critical";
   }
   return "";
 }

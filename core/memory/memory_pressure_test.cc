@@ -12,10 +12,10 @@ TEST(MemoryPressureTest, ReadingsMapToLevels) {
     std::optional<int32_t> reading;
     std::optional<MemoryPressure> level;
   };
-  for (const Case& c : {Case{1, MemoryPressure::normal}, Case{2, MemoryPressure::warning},
-                        Case{4, MemoryPressure::critical}, Case{0, {}}, Case{3, {}}, Case{5, {}},
-                        Case{-1, {}}, Case{std::numeric_limits<int32_t>::min(), {}},
-                        Case{std::nullopt, {}}}) {
+  for (const Case& c :
+       {Case{1, MemoryPressure::normal}, Case{2, MemoryPressure::warning},
+        Case{4, MemoryPressure::critical}, Case{0, {}}, Case{3, {}}, Case{5, {}}, Case{-1, {}},
+        Case{std::numeric_limits<int32_t>::min(), {}}, Case{std::nullopt, {}}}) {
     EXPECT_EQ(memoryPressureFromReading(c.reading), c.level)
         << (c.reading ? std::to_string(*c.reading) : "failed call");
   }
@@ -27,8 +27,9 @@ TEST(MemoryPressureTest, RawValuesAndElevation) {
     int64_t raw;
     bool elevated;
   };
-  for (const Case& c : {Case{MemoryPressure::normal, 1, false}, Case{MemoryPressure::warning, 2, true},
-                        Case{MemoryPressure::critical, 4, true}}) {
+  for (const Case& c :
+       {Case{MemoryPressure::normal, 1, false}, Case{MemoryPressure::warning, 2, true},
+        Case{MemoryPressure::critical, 4, true}}) {
     EXPECT_EQ(rawValue(c.level), c.raw);
     EXPECT_EQ(memoryPressureFromRawValue(c.raw), c.level);
     EXPECT_EQ(isElevated(c.level), c.elevated);

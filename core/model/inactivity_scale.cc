@@ -23,8 +23,9 @@ double position(int64_t hours) {
   const int64_t value = std::clamp(hours, kHours.front(), kHours.back());
   size_t segment = 0;
   while (segment < kLastSegment && value > kHours[segment + 1]) ++segment;
-  return static_cast<double>(segment) + static_cast<double>(value - kHours[segment]) /
-                                            static_cast<double>(kHours[segment + 1] - kHours[segment]);
+  return static_cast<double>(segment) +
+         static_cast<double>(value - kHours[segment]) /
+             static_cast<double>(kHours[segment + 1] - kHours[segment]);
 }
 
 int64_t hours(double position) {

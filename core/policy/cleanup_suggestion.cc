@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
 
-#include "core/policy/safari_ambiguity.h"
+#include "core/policy/tab_groups.h"
 #include "core/policy/tab_policy.h"
 
 namespace velto {
@@ -15,44 +14,39 @@ CleanupSuggestion::CleanupSuggestion(const std::vector<LiveTab>& snapshot,
   const ExclusionList exclusions(preferences.exclusions);
   std::vector<const LiveTab*> eligible;
   eligible.reserve(snapshot.size());
-  SafariAmbiguity ambiguity;
   for (const LiveTab& tab : snapshot) {
-    if (!preferences.connectedBrowsers.contains(tab.browser) || exclusions.excludes(tab.url)) {
-      continue;
+    if (preferences.connectedBrowsers.contains(tab.browser) && !exclusions.excludes(tab.url)) {
+      eligible.push_back(&tab);
     }
-    eligible.push_back(&tab);
-    ambiguity.add(tab);
   }
 
-  const auto isCandidate = [&](const LiveTab& tab) {
-    return !tab.isActive && !TabPolicy::isProtected(tab, preferences) &&
-           !ambiguity.isAmbiguous(tab);
+  const std::vector<bool> ambiguous = TabGroups::ambiguousSafariTabs(eligible);
+  const auto isCandidate = [&](size_t i) {
+    const LiveTab& tab = *eligible[i];
+    return !tab.isActive && !TabPolicy::isProtected(tab, preferences) && !ambiguous[i];
   };
 
-  struct Group {
-    size_t size = 0;
-    const LiveTab* first = nullptr;
-    const LiveTab* firstActive = nullptr;
-  };
-  std::unordered_map<std::string_view, Group> groups;
-  groups.reserve(eligible.size());
-  for (const LiveTab* tab : eligible) {
-    Group& group = groups[tab->url];
-    ++group.size;
-    if (!group.first) group.first = tab;
-    if (!group.firstActive && tab->isActive) group.firstActive = tab;
+  // Per group, indexed by the position of its first member: its size and its keeper.
+  const std::vector<uint32_t> group = TabGroups::firstWithSameURL(eligible);
+  std::vector<uint32_t> groupSize(eligible.size(), 0);
+  std::vector<uint32_t> keeper(eligible.size(), UINT32_MAX);
+  for (uint32_t i = 0; i < eligible.size(); ++i) {
+    ++groupSize[group[i]];
+    if (keeper[group[i]] == UINT32_MAX && eligible[i]->isActive) keeper[group[i]] = i;
   }
 
-  // Members are collected in snapshot order, so equal titles come out in that order.
+  // Collected in snapshot order, so equal titles come out in that order.
   std::vector<const LiveTab*> surplus;
+  std::vector<bool> isSurplus(eligible.size(), false);
   std::unordered_set<std::string_view> surplusIDs;
-  for (const LiveTab* tab : eligible) {
-    const Group& group = groups.find(tab->url)->second;
-    if (group.size < 2) continue;
-    const LiveTab* keeper = group.firstActive ? group.firstActive : group.first;
-    if (tab->id == keeper->id || !isCandidate(*tab)) continue;
-    surplus.push_back(tab);
-    surplusIDs.insert(tab->id);
+  for (size_t i = 0; i < eligible.size(); ++i) {
+    const uint32_t first = group[i];
+    if (groupSize[first] < 2) continue;
+    const LiveTab* kept = eligible[keeper[first] == UINT32_MAX ? first : keeper[first]];
+    if (eligible[i]->id == kept->id || !isCandidate(i)) continue;
+    surplus.push_back(eligible[i]);
+    isSurplus[i] = true;
+    surplusIDs.insert(eligible[i]->id);
   }
   std::stable_sort(surplus.begin(), surplus.end(),
                    [](const LiveTab* a, const LiveTab* b) { return a->title < b->title; });
@@ -61,10 +55,13 @@ CleanupSuggestion::CleanupSuggestion(const std::vector<LiveTab>& snapshot,
 
   const double threshold = preferences.idleThreshold();
   std::vector<std::pair<Date, const LiveTab*>> idle;
-  for (const LiveTab* tab : eligible) {
-    if (!isCandidate(*tab) || surplusIDs.contains(tab->id)) continue;
-    const Date lastUsed = TabPolicy::lastUsed(*tab, preferences, now);
-    if (secondsBetween(lastUsed, now) >= threshold) idle.emplace_back(lastUsed, tab);
+  for (size_t i = 0; i < eligible.size(); ++i) {
+    if (isSurplus[i] || !isCandidate(i)) continue;
+    const Date lastUsed = TabPolicy::lastUsed(*eligible[i], preferences, now);
+    // A tab sharing its id with a surplus copy stays out too.
+    if (secondsBetween(lastUsed, now) >= threshold && !surplusIDs.contains(eligible[i]->id)) {
+      idle.emplace_back(lastUsed, eligible[i]);
+    }
   }
   std::stable_sort(idle.begin(), idle.end(),
                    [](const auto& a, const auto& b) { return a.first < b.first; });

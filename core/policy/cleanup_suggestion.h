@@ -12,7 +12,7 @@ namespace velto {
 //
 // Only tabs of connected browsers whose URL is not excluded take part. Active tabs,
 // protected tabs and Safari tabs that share their window and URL with another (see
-// SafariAmbiguity) are never proposed. A tab never stands in both lists.
+// TabGroups::ambiguousSafariTabs) are never proposed. A tab never stands in both lists.
 struct CleanupSuggestion {
   // Idle tabs (last used at least idleThreshold ago), longest unused first; equal dates
   // keep snapshot order.

@@ -69,31 +69,50 @@ TEST_F(CleanupSuggestionTest, DuplicateGroupsAndKeepers) {
       {"first of three is kept", {tab("a", u), tab("b", u), tab("c", u)}, {"b", "c"}, {"a"}},
       {"the active member is kept", {tab("a", u), tab("b", u, active)}, {"a"}, {}},
       {"the first active member is kept",
-       {tab("a", u), tab("b", u, active), tab("c", u, active)}, {"a"}, {}},
+       {tab("a", u), tab("b", u, active), tab("c", u, active)},
+       {"a"},
+       {}},
       {"a pinned surplus copy is not listed, nor the keeper",
-       {tab("a", u, recent), tab("b", u, pinned)}, {}, {}},
+       {tab("a", u, recent), tab("b", u, pinned)},
+       {},
+       {}},
       {"a member with the keeper's id counts as the keeper",
-       {tab("a", u), tab("a", u), tab("b", u)}, {"b"}, {"a", "a"}},
+       {tab("a", u), tab("a", u), tab("b", u)},
+       {"b"},
+       {"a", "a"}},
       {"chrome copies in one window pair up", {tab("a", u), tab("b", u)}, {"b"}, {"a"}},
       {"safari copies in one window are never proposed",
-       {tab("a", u, safariWindow(1)), tab("b", u, safariWindow(1))}, {}, {}},
+       {tab("a", u, safariWindow(1)), tab("b", u, safariWindow(1))},
+       {},
+       {}},
       {"an active safari twin still makes the other unclosable",
-       {tab("a", u, safariWindow(1)), tab("b", u, [](LiveTab& t) {
-          safariWindow(1)(t);
-          active(t);
-        })},
-       {}, {}},
+       {tab("a", u, safariWindow(1)), tab("b", u,
+                                          [](LiveTab& t) {
+                                            safariWindow(1)(t);
+                                            active(t);
+                                          })},
+       {},
+       {}},
       {"safari copies in two windows pair up",
-       {tab("a", u, safariWindow(1)), tab("b", u, safariWindow(2))}, {"b"}, {"a"}},
-      {"a safari and a chrome copy pair up", {tab("a", u, safariWindow(1)), tab("b", u)}, {"b"},
+       {tab("a", u, safariWindow(1)), tab("b", u, safariWindow(2))},
+       {"b"},
+       {"a"}},
+      {"a safari and a chrome copy pair up",
+       {tab("a", u, safariWindow(1)), tab("b", u)},
+       {"b"},
        {"a"}},
       {"unconnected and excluded tabs do not join a group",
        {tab("a", u, [](LiveTab& t) { t.browser = Browser::edge; }), tab("b", u),
         tab("c", "https://bank.example/x"), tab("d", "https://www.bank.example/x")},
-       {}, {"b"}},
+       {},
+       {"b"}},
       {"urls differing in case or a slash are not copies",
-       {tab("a", u), tab("b", "https://news.example/A"), tab("c", u + "/")}, {}, {"a", "b", "c"}},
-      {"non-web tabs are never eligible", {tab("a", "about:blank"), tab("b", "about:blank")}, {},
+       {tab("a", u), tab("b", "https://news.example/A"), tab("c", u + "/")},
+       {},
+       {"a", "b", "c"}},
+      {"non-web tabs are never eligible",
+       {tab("a", "about:blank"), tab("b", "about:blank")},
+       {},
        {}},
   };
   for (const Case& c : cases) {
@@ -106,46 +125,51 @@ TEST_F(CleanupSuggestionTest, DuplicateGroupsAndKeepers) {
 TEST_F(CleanupSuggestionTest, DuplicatesSortByTitleInByteOrderKeepingSnapshotOrderOnTies) {
   const std::string u = "https://x.example/", v = "https://y.example/";
   const auto titled = [](const char* title) { return [title](LiveTab& t) { t.title = title; }; };
-  const CleanupSuggestion s({tab("k1", u, recent), tab("z", u, titled("beta")),
-                             tab("k2", v, recent), tab("B", v, titled("Beta")),
-                             tab("a2", u, titled("alpha")), tab("a1", v, titled("alpha"))},
-                            prefs(), kNow);
+  const CleanupSuggestion s(
+      {tab("k1", u, recent), tab("z", u, titled("beta")), tab("k2", v, recent),
+       tab("B", v, titled("Beta")), tab("a2", u, titled("alpha")), tab("a1", v, titled("alpha"))},
+      prefs(), kNow);
   EXPECT_EQ(ids(s.duplicates), (std::vector<std::string>{"B", "a2", "a1", "z"}));
 }
 
 TEST_F(CleanupSuggestionTest, IdleTabsOldestFirstAndThresholdIsInclusive) {
   Preferences p = prefs();
   p.idleHours = 0;  // counts as one hour
-  const auto usedAgo = [](double seconds) { return [=](LiveTab& t) { t.lastActiveAt = ago(seconds); }; };
-  const CleanupSuggestion s(
-      {tab("exact", "https://a.example/", usedAgo(kHour)),
-       tab("short", "https://b.example/", usedAgo(kHour - 0.001)),
-       tab("old", "https://c.example/", usedAgo(10 * kHour)),
-       tab("tie1", "https://d.example/", usedAgo(5 * kHour)),
-       tab("tie2", "https://e.example/", usedAgo(5 * kHour)),
-       tab("visited", "https://f.example/", [](LiveTab& t) {
-         t.lastActiveAt = ago(20 * kHour);
-         t.lastVisitAt = ago(30);  // a newer history visit wins over the observation
-       }),
-       tab("active", "https://g.example/", [&](LiveTab& t) {
-         usedAgo(50 * kHour)(t);
-         active(t);
-       }),
-       tab("protected", "https://h.example/", [&](LiveTab& t) {
-         usedAgo(50 * kHour)(t);
-         t.pinState = PinState::unknown;
-         t.index = 3;
-       })},
-      p, kNow);
+  const auto usedAgo = [](double seconds) {
+    return [=](LiveTab& t) { t.lastActiveAt = ago(seconds); };
+  };
+  const CleanupSuggestion s({tab("exact", "https://a.example/", usedAgo(kHour)),
+                             tab("short", "https://b.example/", usedAgo(kHour - 0.001)),
+                             tab("old", "https://c.example/", usedAgo(10 * kHour)),
+                             tab("tie1", "https://d.example/", usedAgo(5 * kHour)),
+                             tab("tie2", "https://e.example/", usedAgo(5 * kHour)),
+                             tab("visited", "https://f.example/",
+                                 [](LiveTab& t) {
+                                   t.lastActiveAt = ago(20 * kHour);
+                                   t.lastVisitAt =
+                                       ago(30);  // a newer history visit wins over the observation
+                                 }),
+                             tab("active", "https://g.example/",
+                                 [&](LiveTab& t) {
+                                   usedAgo(50 * kHour)(t);
+                                   active(t);
+                                 }),
+                             tab("protected", "https://h.example/",
+                                 [&](LiveTab& t) {
+                                   usedAgo(50 * kHour)(t);
+                                   t.pinState = PinState::unknown;
+                                   t.index = 3;
+                                 })},
+                            p, kNow);
   EXPECT_EQ(ids(s.tabs), (std::vector<std::string>{"old", "tie1", "tie2", "exact"}));
   EXPECT_TRUE(s.duplicates.empty());
 }
 
 TEST_F(CleanupSuggestionTest, ProcessWideOverrideSetsTheThreshold) {
   Preferences::setIdleSecondsOverride(30);
-  const std::vector<LiveTab> snapshot{tab("a", "https://a.example/", recent),
-                                      tab("b", "https://b.example/",
-                                          [](LiveTab& t) { t.lastActiveAt = ago(29); })};
+  const std::vector<LiveTab> snapshot{
+      tab("a", "https://a.example/", recent),
+      tab("b", "https://b.example/", [](LiveTab& t) { t.lastActiveAt = ago(29); })};
   EXPECT_EQ(ids(CleanupSuggestion(snapshot, prefs(), kNow).tabs), std::vector<std::string>{"a"});
 }
 

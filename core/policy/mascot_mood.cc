@@ -4,14 +4,22 @@ namespace velto {
 
 std::string_view rawValue(MascotMood mood) {
   switch (mood) {
-    case MascotMood::welcome: return "welcome";
-    case MascotMood::idle: return "idle";
-    case MascotMood::searching: return "searching";
-    case MascotMood::saving: return "saving";
-    case MascotMood::celebrating: return "celebrating";
-    case MascotMood::reopening: return "reopening";
-    case MascotMood::resting: return "resting";
-    case MascotMood::attention: return "attention";
+    case MascotMood::welcome:
+      return "welcome";
+    case MascotMood::idle:
+      return "idle";
+    case MascotMood::searching:
+      return "searching";
+    case MascotMood::saving:
+      return "saving";
+    case MascotMood::celebrating:
+      return "celebrating";
+    case MascotMood::reopening:
+      return "reopening";
+    case MascotMood::resting:
+      return "resting";
+    case MascotMood::attention:
+      return "attention";
   }
   return "";
 }

@@ -7,7 +7,16 @@
 namespace velto {
 
 // The mood the app's mascot shows.
-enum class MascotMood { welcome, idle, searching, saving, celebrating, reopening, resting, attention };
+enum class MascotMood {
+  welcome,
+  idle,
+  searching,
+  saving,
+  celebrating,
+  reopening,
+  resting,
+  attention
+};
 
 inline constexpr std::array<MascotMood, 8> kAllMoods{
     MascotMood::welcome,     MascotMood::idle,      MascotMood::searching, MascotMood::saving,

@@ -6,7 +6,7 @@ namespace velto {
 namespace {
 
 TEST(MascotMoodTest, RawValuesRoundTripAndNothingElseParses) {
-  const char* names[] = {"welcome",   "idle",      "searching", "saving",
+  const char* names[] = {"welcome",     "idle",      "searching", "saving",
                          "celebrating", "reopening", "resting",   "attention"};
   ASSERT_EQ(std::size(names), kAllMoods.size());
   for (size_t i = 0; i < kAllMoods.size(); ++i) {
@@ -28,8 +28,12 @@ TEST(MascotMoodTest, PriorityOfTheSignals) {
   const Case cases[] = {
       {"nothing going on", {}, welcome},
       {"attention outranks everything",
-       {.needsAttention = true, .saving = true, .reopening = true, .reaction = celebrating,
-        .searching = true, .connected = true},
+       {.needsAttention = true,
+        .saving = true,
+        .reopening = true,
+        .reaction = celebrating,
+        .searching = true,
+        .connected = true},
        attention},
       {"saving outranks reopening", {.saving = true, .reopening = true, .reaction = idle}, saving},
       {"reopening outranks a reaction", {.reopening = true, .reaction = celebrating}, reopening},
@@ -40,8 +44,10 @@ TEST(MascotMoodTest, PriorityOfTheSignals) {
       {"connected, not scanned, with tabs", {.connected = true, .hasOpenTabs = true}, idle},
       {"connected, scanned, no tabs", {.connected = true, .hasScanned = true}, resting},
       {"connected, scanned, with tabs",
-       {.connected = true, .hasOpenTabs = true, .hasScanned = true}, idle},
-      {"not connected though scanned with tabs", {.hasOpenTabs = true, .hasScanned = true},
+       {.connected = true, .hasOpenTabs = true, .hasScanned = true},
+       idle},
+      {"not connected though scanned with tabs",
+       {.hasOpenTabs = true, .hasScanned = true},
        welcome},
   };
   for (const Case& c : cases) EXPECT_EQ(resolve(c.signals), c.mood) << c.name;

@@ -2,7 +2,7 @@
 
 #include <tuple>
 
-#include "core/policy/safari_ambiguity.h"
+#include "core/policy/tab_groups.h"
 #include "core/policy/tab_policy.h"
 
 namespace velto {
@@ -13,7 +13,7 @@ struct Candidate {
   Date lastUsed;
   std::string_view browser;  // the raw value: "brave" < "chrome" < "edge" < "safari"
   const LiveTab* tab;
-  size_t position;  // in the snapshot: makes the order total, so a partial sort is stable
+  size_t position;  // in the snapshot: makes the order total, so no stable sort is needed
 
   bool operator<(const Candidate& other) const {
     const LiveTab& a = *tab;
@@ -35,24 +35,28 @@ TabBudgetSuggestion::TabBudgetSuggestion(const std::vector<LiveTab>& snapshot,
 
   // Every Safari tab counts here, even one that is filtered out below: the close script
   // sees the whole window.
-  SafariAmbiguity ambiguity;
-  for (const LiveTab& tab : snapshot) ambiguity.add(tab);
+  std::vector<const LiveTab*> all;
+  all.reserve(snapshot.size());
+  for (const LiveTab& tab : snapshot) all.push_back(&tab);
+  const std::vector<bool> ambiguous = TabGroups::ambiguousSafariTabs(all);
 
   const ExclusionList exclusions(preferences.exclusions);
   std::vector<Candidate> candidates;
   for (size_t i = 0; i < snapshot.size(); ++i) {
     const LiveTab& tab = snapshot[i];
     if (!preferences.connectedBrowsers.contains(tab.browser) ||
-        TabPolicy::isProtected(tab, preferences) || tab.isActive ||
-        exclusions.excludes(tab.url) || ambiguity.isAmbiguous(tab)) {
+        TabPolicy::isProtected(tab, preferences) || tab.isActive || exclusions.excludes(tab.url) ||
+        ambiguous[i]) {
       continue;
     }
-    candidates.push_back({TabPolicy::lastUsed(tab, preferences, now), rawValue(tab.browser), &tab, i});
+    candidates.push_back(
+        {TabPolicy::lastUsed(tab, preferences, now), rawValue(tab.browser), &tab, i});
   }
 
   const size_t count = std::min(wanted, candidates.size());
-  std::partial_sort(candidates.begin(), candidates.begin() + static_cast<ptrdiff_t>(count),
-                    candidates.end());
+  const auto end = candidates.begin() + static_cast<ptrdiff_t>(count);
+  if (end != candidates.end()) std::nth_element(candidates.begin(), end, candidates.end());
+  std::sort(candidates.begin(), end);
   tabs.reserve(count);
   for (size_t i = 0; i < count; ++i) tabs.push_back(*candidates[i].tab);
 }

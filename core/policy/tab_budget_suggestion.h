@@ -16,7 +16,7 @@ namespace velto {
 //
 // Candidates are the tabs of connected browsers that are neither protected, active,
 // excluded, nor a Safari tab sharing its window and URL with another (see
-// SafariAmbiguity). No idle threshold and no freshness test apply.
+// TabGroups::ambiguousSafariTabs). No idle threshold and no freshness test apply.
 struct TabBudgetSuggestion {
   // The open tabs counted against the limit: never fewer than the snapshot holds.
   int64_t totalCount = 0;

@@ -12,8 +12,7 @@ const Date kNow = dateFromUTC(2026, 3, 1, 12, 0, 0);
 Date ago(double seconds) { return addingSeconds(kNow, -seconds); }
 
 // An unpinned, inactive Chrome tab in window 1, last used `minutesAgo` minutes ago.
-LiveTab tab(std::string id, double minutesAgo,
-            const std::function<void(LiveTab&)>& change = {}) {
+LiveTab tab(std::string id, double minutesAgo, const std::function<void(LiveTab&)>& change = {}) {
   LiveTab t;
   t.id = std::move(id);
   t.browser = Browser::chrome;
@@ -101,7 +100,8 @@ TEST(TabBudgetSuggestionTest, TieBreaksAfterLastUse) {
       {"lower window first", in(Browser::chrome, 2, 9), in(Browser::chrome, 3, 1)},
       {"lower index first in one window", in(Browser::chrome, 2, 4), in(Browser::chrome, 2, 5)},
       {"a window id sorts as a number", in(Browser::chrome, 9, 4), in(Browser::chrome, 10, 4)},
-      {"an earlier visit beats every other key", [](LiveTab& t) {
+      {"an earlier visit beats every other key",
+       [](LiveTab& t) {
          t.browser = Browser::safari;
          t.lastActiveAt = ago(7200);
          t.lastVisitAt = ago(3700);  // newer than the last activation, so it counts
@@ -149,10 +149,11 @@ TEST(TabBudgetSuggestionTest, NeverProposesWhatCannotBeClosed) {
       tab("twinA", 100, safari(1, "https://twin.example/")),
       tab("twinB", 100, safari(1, "https://twin.example/")),
       // The active twin is not a candidate, yet it still makes its sibling ambiguous.
-      tab("activeTwin", 100, [&](LiveTab& t) {
-        safari(2, "https://other.example/")(t);
-        t.isActive = true;
-      }),
+      tab("activeTwin", 100,
+          [&](LiveTab& t) {
+            safari(2, "https://other.example/")(t);
+            t.isActive = true;
+          }),
       tab("sibling", 100, safari(2, "https://other.example/")),
       tab("ownWindow1", 90, safari(3, "https://split.example/")),
       tab("ownWindow2", 80, safari(4, "https://split.example/")),
@@ -164,7 +165,7 @@ TEST(TabBudgetSuggestionTest, NeverProposesWhatCannotBeClosed) {
 }
 
 TEST(TabBudgetSuggestionTest, ExactlyTheFirstOverflowOfAFullSort) {
-  // Many equal dates across browsers and windows: the partial sort must agree with a
+  // Many equal dates across browsers and windows: selecting the head must agree with a
   // full stable sort of every candidate.
   std::vector<LiveTab> snapshot;
   for (int i = 0; i < 200; ++i) {
