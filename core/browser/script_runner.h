@@ -43,6 +43,6 @@ int64_t automationErrorNumber(std::string_view standardError);
 
 // The script runner of this platform: the system's AppleScript runner on macOS; on a
 // system without one, a runner whose every run fails with scriptNotCreated.
-std::unique_ptr<ScriptRunner> makePlatformScriptRunner();
+std::unique_ptr<ScriptRunner> platformScriptRunner();
 
 }  // namespace velto

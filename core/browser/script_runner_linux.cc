@@ -13,7 +13,7 @@ class UnavailableScriptRunner : public ScriptRunner {
 
 }  // namespace
 
-std::unique_ptr<ScriptRunner> makePlatformScriptRunner() {
+std::unique_ptr<ScriptRunner> platformScriptRunner() {
   return std::make_unique<UnavailableScriptRunner>();
 }
 

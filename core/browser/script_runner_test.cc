@@ -91,8 +91,7 @@ TEST(ScriptRunnerTest, MissingRunnerMeansTheScriptCouldNotBeCreated) {
 
 #ifndef __APPLE__
 TEST(ScriptRunnerTest, PlatformWithoutAppleScriptCannotCreateScripts) {
-  const auto result =
-      makePlatformScriptRunner()->run(BrowserScripts::snapshotScript(Browser::safari));
+  const auto result = platformScriptRunner()->run(BrowserScripts::snapshotScript(Browser::safari));
   ASSERT_FALSE(result.ok());
   EXPECT_EQ(result.error().message, "The browser script could not be created.");
 }
