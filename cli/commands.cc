@@ -1,0 +1,545 @@
+#include "cli/commands.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iomanip>
+#include <nlohmann/json.hpp>
+#include <span>
+#include <string_view>
+#include <system_error>
+
+#include "core/mcp/client_authorization.h"
+#include "core/memory/memory_pressure.h"
+#include "core/model/library_store.h"
+#include "core/model/library_summary.h"
+#include "core/model/velto_error.h"
+#include "core/policy/cleanup_suggestion.h"
+#include "core/policy/tab_budget_suggestion.h"
+#include "core/policy/tab_policy.h"
+#include "core/support/text.h"
+#include "core/support/uuid.h"
+
+namespace velto {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+using Args = std::span<const std::string>;
+
+constexpr std::string_view kHelp = R"(Usage: velto <command> [arguments]
+
+Manages the clients allowed to use VeltoMCP, and shows what the Velto library holds.
+
+Commands:
+  clients add NAME [--allow-reopen]  allow a new MCP client; prints its id, its token
+                                     (shown only once) and a configuration to paste
+  clients list                       the allowed clients
+  clients remove ID                  withdraw a client's access
+  clients reopen ID on|off           let a client reopen saved tabs, or stop it
+  status                             where the library is and what it holds
+  suggest [--json]                   open tabs worth closing, from the last snapshot
+
+Run "velto <command> --help" for more about one command.
+
+The library is library.json in the Velto folder of the user's application data:
+~/Library/Application Support/Velto on macOS, $XDG_DATA_HOME/Velto (by default
+~/.local/share/Velto) elsewhere. VeltoMCP reads the same file.
+)";
+
+constexpr std::string_view kClientsHelp = R"(Usage: velto clients add NAME [--allow-reopen]
+       velto clients list
+       velto clients remove ID
+       velto clients reopen ID on|off
+
+An MCP client connects to VeltoMCP with a client id and a token, passed in the
+environment variables VELTO_CLIENT_ID and VELTO_CLIENT_TOKEN. The library keeps only a
+hash of each token, so a token is shown once, when the client is added.
+)";
+
+constexpr std::string_view kAddHelp = R"(Usage: velto clients add NAME [--allow-reopen]
+
+Allows a new MCP client called NAME and prints its client id, its token and a
+configuration entry ("mcpServers") to paste into the client's settings. The token is
+shown only this once. Without --allow-reopen the client may list and search tabs but
+not reopen them (see "velto clients reopen"). Creates the library if there is none.
+)";
+
+constexpr std::string_view kListHelp = R"(Usage: velto clients list
+
+Lists the allowed clients: id, name, whether they may reopen tabs, when they were
+added, and the start of their token hash.
+)";
+
+constexpr std::string_view kRemoveHelp = R"(Usage: velto clients remove ID
+
+Withdraws the access of the client with this id. A server already running for it
+refuses its next request.
+)";
+
+constexpr std::string_view kReopenHelp = R"(Usage: velto clients reopen ID on|off
+
+Lets the client with this id reopen saved tabs in their browser (on), or limits it to
+listing and searching (off). Takes effect on the client's next request.
+)";
+
+constexpr std::string_view kStatusHelp = R"(Usage: velto status
+
+Shows where the library is, how many tabs it holds and how many of them are closed,
+how many tabs were open at the last snapshot if that is recent, the number of
+clients, and the system memory pressure where the system reports one.
+)";
+
+constexpr std::string_view kSuggestHelp = R"(Usage: velto suggest [--json]
+
+Shows, for the open-tab snapshot stored in the library, the idle tabs (longest unused
+first), the surplus copies of tabs open more than once, and the tabs to close to get
+back under the tab limit. Nothing is closed. --json prints the same as one JSON object.
+)";
+
+// How long the app's snapshot of open tabs is taken to describe the present.
+constexpr double kFreshSnapshotSeconds = 120;
+constexpr size_t kTitleColumn = 40;
+constexpr size_t kShownHashDigits = 8;
+
+int fail(CommandContext& c, int status, std::string_view message) {
+  c.err << "velto: " << message << '\n';
+  return status;
+}
+
+// `command` is the command's words after "velto" ("clients add"), or empty.
+int usage(CommandContext& c, std::string_view message, std::string_view command) {
+  const std::string words = command.empty() ? "" : std::string(command) + " ";
+  return fail(c, kExitUsage, std::string(message) + " (see \"velto " + words + "--help\")");
+}
+
+void warn(CommandContext& c, std::string_view message) {
+  c.err << "velto: warning: " << message << '\n';
+}
+
+int help(CommandContext& c, std::string_view text) {
+  c.out << text;
+  return kExitSuccess;
+}
+
+// The arguments of one command: `--help` anywhere asks for its help; other words that
+// start with "-" must be among `flags`; "--" ends the options.
+struct Arguments {
+  std::vector<std::string> positional;
+  std::vector<std::string> flags;
+  bool help = false;
+  std::string unknown;  // the first option that is not allowed
+
+  bool has(std::string_view flag) const {
+    return std::find(flags.begin(), flags.end(), flag) != flags.end();
+  }
+};
+
+Arguments parse(Args args, std::initializer_list<std::string_view> allowed) {
+  Arguments parsed;
+  bool optionsEnded = false;
+  for (const std::string& arg : args) {
+    if (optionsEnded || arg.size() < 2 || arg[0] != '-') {
+      parsed.positional.push_back(arg);
+    } else if (arg == "--") {
+      optionsEnded = true;
+    } else if (arg == "--help" || arg == "-h") {
+      parsed.help = true;
+    } else if (std::find(allowed.begin(), allowed.end(), arg) != allowed.end()) {
+      parsed.flags.push_back(arg);
+    } else if (parsed.unknown.empty()) {
+      parsed.unknown = arg;
+    }
+  }
+  return parsed;
+}
+
+// Where the library is, or absent after reporting why there is none.
+std::optional<LibraryStore> openStore(CommandContext& c) {
+  Result<LibraryStore> store = LibraryStore::atDefaultLocation(c.env);
+  if (!store.ok()) {
+    fail(c, kExitFailure, store.error().message);
+    return std::nullopt;
+  }
+  return std::move(*store);
+}
+
+std::optional<LibraryState> load(CommandContext& c, const LibraryStore& store) {
+  Result<LibraryState> state = store.load();
+  if (!state.ok()) {
+    fail(c, kExitFailure, state.error().message);
+    return std::nullopt;
+  }
+  return std::move(*state);
+}
+
+int save(CommandContext& c, const LibraryStore& store, const LibraryState& state) {
+  if (const Result<void> saved = store.save(state); !saved.ok()) {
+    return fail(c, kExitFailure, saved.error().message);
+  }
+  return kExitSuccess;
+}
+
+// "45 seconds", "1 minute", "3 hours", "12 days": whole units, rounded down.
+std::string duration(double seconds) {
+  const auto whole = static_cast<int64_t>(std::max(0.0, std::floor(seconds)));
+  const auto unit = [](int64_t n, std::string_view name) {
+    return std::to_string(n) + " " + std::string(name) + (n == 1 ? "" : "s");
+  };
+  if (whole < 60) return unit(whole, "second");
+  if (whole < 3600) return unit(whole / 60, "minute");
+  if (whole < 86400) return unit(whole / 3600, "hour");
+  return unit(whole / 86400, "day");
+}
+
+// Text for one table cell: valid UTF-8, control characters as spaces, at most `width`
+// code points (the last one an ellipsis when cut).
+std::string cell(std::string_view text, size_t width) {
+  std::string clean = sanitizedUTF8(text);
+  std::replace_if(
+      clean.begin(), clean.end(),
+      [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7f; }, ' ');
+  size_t points = 0;
+  for (size_t i = 0; i < clean.size(); ++i) {
+    if ((static_cast<unsigned char>(clean[i]) & 0xc0) == 0x80) continue;
+    if (++points == width) {
+      size_t rest = i + 1;
+      while (rest < clean.size() && (static_cast<unsigned char>(clean[rest]) & 0xc0) == 0x80)
+        ++rest;
+      if (rest < clean.size()) return clean.substr(0, i) + "\u2026";
+    }
+  }
+  return clean;
+}
+
+size_t codePoints(std::string_view text) {
+  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char ch) {
+    return (static_cast<unsigned char>(ch) & 0xc0) != 0x80;
+  }));
+}
+
+// Prints rows as columns separated by two spaces; the last column is not padded.
+void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows,
+                std::string_view indent = "") {
+  std::vector<size_t> widths;
+  for (const auto& row : rows) {
+    widths.resize(std::max(widths.size(), row.size()), 0);
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], codePoints(row[i]));
+  }
+  for (const auto& row : rows) {
+    out << indent;
+    for (size_t i = 0; i < row.size(); ++i) {
+      out << row[i];
+      if (i + 1 < row.size()) out << std::string(widths[i] - codePoints(row[i]) + 2, ' ');
+    }
+    out << '\n';
+  }
+}
+
+// ---- clients
+
+std::optional<Uuid> clientID(CommandContext& c, const std::string& text, std::string_view command) {
+  const auto id = Uuid::parse(text);
+  if (!id) {
+    usage(c, "\"" + cell(text, 40) + "\" is not a client id; ids look like " + Uuid{}.text(),
+          command);
+  }
+  return id;
+}
+
+// VeltoMCP beside the running velto, absolute and with links resolved.
+std::string serverCommand(CommandContext& c) {
+  if (!c.executable) {
+    warn(c, "cannot tell where VeltoMCP is; put its full path in \"command\"");
+    return "VeltoMCP";
+  }
+  std::error_code error;
+  const fs::path beside = fs::absolute(c.executable->parent_path() / "VeltoMCP", error);
+  fs::path server = fs::weakly_canonical(beside, error);
+  if (error) server = beside;
+  if (!fs::is_regular_file(server, error)) {
+    warn(c, "there is no VeltoMCP at " + server.string() +
+                "; correct \"command\" before using the configuration");
+  }
+  return server.string();
+}
+
+// The environment the MCP client must give the server. Clients pass on only a few
+// variables of their own (HOME, USER, PATH and the like), so a library folder chosen
+// through XDG_DATA_HOME must be passed explicitly, or the server would look elsewhere.
+Json serverEnvironment(CommandContext& c, const LibraryStore& store, const ClientGrant& grant,
+                       const std::string& token) {
+  Json env = {{"VELTO_CLIENT_ID", grant.id.text()}, {"VELTO_CLIENT_TOKEN", token}};
+  const EnvironmentLookup inherited = [&c](std::string_view name) -> std::optional<std::string> {
+    for (std::string_view passed : {"HOME", "LOGNAME", "PATH", "SHELL", "TERM", "USER"}) {
+      if (name == passed) return c.env(name);
+    }
+    return std::nullopt;
+  };
+  const Result<LibraryStore> seen = LibraryStore::atDefaultLocation(inherited);
+  if (seen.ok() && seen->directory() == store.directory()) return env;
+  if (const auto dataHome = c.env("XDG_DATA_HOME")) env["XDG_DATA_HOME"] = *dataHome;
+  return env;
+}
+
+int addClient(CommandContext& c, Args args) {
+  const Arguments a = parse(args, {"--allow-reopen"});
+  if (a.help) return help(c, kAddHelp);
+  if (!a.unknown.empty()) return usage(c, "unknown option " + a.unknown, "clients add");
+  if (a.positional.size() != 1) return usage(c, "give the client one NAME", "clients add");
+  const std::string& name = a.positional.front();
+  if (splitAtWhitespace(name).empty()) return usage(c, "the client name is empty", "clients add");
+  if (!isValidUTF8(name)) return usage(c, "the client name is not valid UTF-8", "clients add");
+
+  const auto store = openStore(c);
+  if (!store) return kExitFailure;
+  auto state = load(c, *store);
+  if (!state) return kExitFailure;
+
+  Result<std::string> token = ClientAuthorization::newToken();
+  if (!token.ok()) return fail(c, kExitFailure, token.error().message);
+  const std::optional<Uuid> id = Uuid::random();
+  if (!id) return fail(c, kExitFailure, VeltoError::secureKeyUnavailable().message);
+  const ClientGrant grant{*id, name, ClientAuthorization::hash(*token), a.has("--allow-reopen"),
+                          c.clock()};
+  state->clients.push_back(grant);
+  if (const int saved = save(c, *store, *state); saved != kExitSuccess) return saved;
+
+  const Json config = {
+      {"mcpServers",
+       {{"velto",
+         {{"command", serverCommand(c)}, {"env", serverEnvironment(c, *store, grant, *token)}}}}}};
+  c.out << "Added client \"" << cell(name, kTitleColumn) << "\" to " << store->fileURL().string()
+        << ".\n"
+        << "Client id: " << grant.id.text() << '\n'
+        << "Token:     " << *token << '\n'
+        << "The token is shown only this once: the library keeps only its hash.\n"
+        << (grant.allowReopen ? "This client may reopen saved tabs.\n"
+                              : "This client may list and search tabs but not reopen them.\n")
+        << "\nAdd this to the MCP client's configuration:\n"
+        << config.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+  return kExitSuccess;
+}
+
+int listClients(CommandContext& c, Args args) {
+  const Arguments a = parse(args, {});
+  if (a.help) return help(c, kListHelp);
+  if (!a.unknown.empty()) return usage(c, "unknown option " + a.unknown, "clients list");
+  if (!a.positional.empty()) return usage(c, "clients list takes no arguments", "clients list");
+  const auto store = openStore(c);
+  if (!store) return kExitFailure;
+  const auto state = load(c, *store);
+  if (!state) return kExitFailure;
+  if (state->clients.empty()) {
+    c.out << "No clients. Add one with: velto clients add NAME\n";
+    return kExitSuccess;
+  }
+  std::vector<std::vector<std::string>> rows{{"ID", "NAME", "REOPEN", "ADDED", "TOKEN HASH"}};
+  for (const ClientGrant& grant : state->clients) {
+    rows.push_back(
+        {grant.id.text(), cell(grant.name, kTitleColumn), grant.allowReopen ? "yes" : "no",
+         formatISO8601(grant.createdAt),
+         cell(grant.tokenHash.substr(0, kShownHashDigits), kShownHashDigits) + "\u2026"});
+  }
+  printTable(c.out, rows);
+  return kExitSuccess;
+}
+
+// Loads the library, hands every grant with the id to `change`, and saves. The id must
+// name at least one grant.
+int changeClients(CommandContext& c, const std::string& idText, std::string_view command,
+                  const std::function<void(std::vector<ClientGrant>&, const Uuid&)>& change) {
+  const auto id = clientID(c, idText, command);
+  if (!id) return kExitUsage;
+  const auto store = openStore(c);
+  if (!store) return kExitFailure;
+  auto state = load(c, *store);
+  if (!state) return kExitFailure;
+  const bool known = std::any_of(state->clients.begin(), state->clients.end(),
+                                 [&](const ClientGrant& grant) { return grant.id == *id; });
+  if (!known) return fail(c, kExitFailure, "there is no client with id " + id->text());
+  change(state->clients, *id);
+  return save(c, *store, *state);
+}
+
+int removeClient(CommandContext& c, Args args) {
+  const Arguments a = parse(args, {});
+  if (a.help) return help(c, kRemoveHelp);
+  if (!a.unknown.empty()) return usage(c, "unknown option " + a.unknown, "clients remove");
+  if (a.positional.size() != 1) return usage(c, "give one client ID", "clients remove");
+  std::string removed;
+  const int status = changeClients(
+      c, a.positional[0], "clients remove", [&](std::vector<ClientGrant>& clients, const Uuid& id) {
+        const auto matches = [&](const ClientGrant& g) { return g.id == id; };
+        removed = std::find_if(clients.begin(), clients.end(), matches)->name;
+        std::erase_if(clients, matches);
+      });
+  if (status == kExitSuccess)
+    c.out << "Removed client \"" << cell(removed, kTitleColumn) << "\".\n";
+  return status;
+}
+
+int setReopen(CommandContext& c, Args args) {
+  const Arguments a = parse(args, {});
+  if (a.help) return help(c, kReopenHelp);
+  if (!a.unknown.empty()) return usage(c, "unknown option " + a.unknown, "clients reopen");
+  if (a.positional.size() != 2 || (a.positional[1] != "on" && a.positional[1] != "off")) {
+    return usage(c, "give a client ID and on or off", "clients reopen");
+  }
+  const bool allow = a.positional[1] == "on";
+  const int status = changeClients(c, a.positional[0], "clients reopen",
+                                   [&](std::vector<ClientGrant>& clients, const Uuid& id) {
+                                     for (ClientGrant& grant : clients) {
+                                       if (grant.id == id) grant.allowReopen = allow;
+                                     }
+                                   });
+  if (status == kExitSuccess) {
+    c.out << (allow ? "The client may now reopen saved tabs.\n"
+                    : "The client may no longer reopen saved tabs.\n");
+  }
+  return status;
+}
+
+int clients(CommandContext& c, Args args) {
+  if (args.empty()) return usage(c, "clients needs one of add, list, remove, reopen", "clients");
+  const std::string& sub = args[0];
+  if (sub == "--help" || sub == "-h" || sub == "help") return help(c, kClientsHelp);
+  if (sub == "add") return addClient(c, args.subspan(1));
+  if (sub == "list") return listClients(c, args.subspan(1));
+  if (sub == "remove") return removeClient(c, args.subspan(1));
+  if (sub == "reopen") return setReopen(c, args.subspan(1));
+  return usage(c, "unknown clients command \"" + cell(sub, 40) + "\"", "clients");
+}
+
+// ---- status and suggest
+
+int status(CommandContext& c, Args args) {
+  const Arguments a = parse(args, {});
+  if (a.help) return help(c, kStatusHelp);
+  if (!a.unknown.empty()) return usage(c, "unknown option " + a.unknown, "status");
+  if (!a.positional.empty()) return usage(c, "status takes no arguments", "status");
+  const auto store = openStore(c);
+  if (!store) return kExitFailure;
+  const auto state = load(c, *store);
+  if (!state) return kExitFailure;
+
+  const Date now = c.clock();
+  const LibrarySummary summary(*state, now);
+  std::error_code error;
+  const bool exists = fs::exists(store->fileURL(), error);
+  std::string open;
+  if (summary.openTabs) {
+    open = std::to_string(*summary.openTabs) + " (snapshot " +
+           duration(secondsBetween(*state->liveUpdatedAt, now)) + " old)";
+  } else if (state->liveUpdatedAt) {
+    open = "unknown (the last snapshot is " + duration(secondsBetween(*state->liveUpdatedAt, now)) +
+           " old)";
+  } else {
+    open = "unknown (no snapshot yet)";
+  }
+  const auto reopeners = std::count_if(state->clients.begin(), state->clients.end(),
+                                       [](const ClientGrant& g) { return g.allowReopen; });
+  std::vector<std::vector<std::string>> rows{
+      {"Library:", store->fileURL().string() + (exists ? "" : " (not created yet)")},
+      {"Library tabs:", std::to_string(summary.tabs.size())},
+      {"Closed tabs:", std::to_string(summary.closedTabs.size())},
+      {"Open tabs:", open},
+      {"Clients:", std::to_string(state->clients.size()) + " (" + std::to_string(reopeners) +
+                       " may reopen tabs)"}};
+  if (const auto pressure = currentMemoryPressure()) {
+    rows.push_back({"Memory pressure:", std::string(displayName(*pressure))});
+  }
+  printTable(c.out, rows);
+  return kExitSuccess;
+}
+
+Json tabJson(const LiveTab& tab, const Preferences& preferences, Date now) {
+  return {{"id", tab.id},
+          {"browser", rawValue(tab.browser)},
+          {"windowID", tab.windowID},
+          {"index", tab.index},
+          {"title", tab.title},
+          {"url", tab.url},
+          {"lastUsed", formatISO8601(TabPolicy::lastUsed(tab, preferences, now))}};
+}
+
+void printTabs(std::ostream& out, std::string_view heading, const std::vector<LiveTab>& tabs,
+               const Preferences& preferences, Date now) {
+  out << heading << ": " << (tabs.empty() ? "none" : std::to_string(tabs.size())) << '\n';
+  if (tabs.empty()) return;
+  std::vector<std::vector<std::string>> rows{{"BROWSER", "LAST USED", "TITLE", "URL"}};
+  for (const LiveTab& tab : tabs) {
+    rows.push_back(
+        {std::string(displayName(tab.browser)),
+         duration(secondsBetween(TabPolicy::lastUsed(tab, preferences, now), now)) + " ago",
+         cell(tab.title, kTitleColumn), cell(tab.url, 200)});
+  }
+  printTable(out, rows, "  ");
+}
+
+int suggest(CommandContext& c, Args args) {
+  const Arguments a = parse(args, {"--json"});
+  if (a.help) return help(c, kSuggestHelp);
+  if (!a.unknown.empty()) return usage(c, "unknown option " + a.unknown, "suggest");
+  if (!a.positional.empty()) return usage(c, "suggest takes no arguments", "suggest");
+  const auto store = openStore(c);
+  if (!store) return kExitFailure;
+  const auto state = load(c, *store);
+  if (!state) return kExitFailure;
+
+  const Date now = c.clock();
+  const Preferences& preferences = state->preferences;
+  const CleanupSuggestion cleanup(state->liveTabs, preferences, now);
+  const TabBudgetSuggestion budget(state->liveTabs, std::nullopt, preferences, now);
+
+  if (a.has("--json")) {
+    const auto list = [&](const std::vector<LiveTab>& tabs) {
+      Json array = Json::array();
+      for (const LiveTab& tab : tabs) array.push_back(tabJson(tab, preferences, now));
+      return array;
+    };
+    const Json result = {
+        {"snapshotAt", state->liveUpdatedAt ? Json(formatISO8601(*state->liveUpdatedAt)) : Json()},
+        {"cleanup", {{"idle", list(cleanup.tabs)}, {"duplicates", list(cleanup.duplicates)}}},
+        {"tabBudget",
+         {{"totalCount", budget.totalCount},
+          {"limit", budget.limit},
+          {"overflow", budget.overflow()},
+          {"tabs", list(budget.tabs)}}}};
+    c.out << result.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+    return kExitSuccess;
+  }
+
+  if (!state->liveUpdatedAt) {
+    c.out << "The library holds no snapshot of open tabs yet.\n";
+    return kExitSuccess;
+  }
+  const double age = secondsBetween(*state->liveUpdatedAt, now);
+  c.out << "Snapshot of " << state->liveTabs.size() << " open tabs, taken " << duration(age)
+        << " ago" << (age >= kFreshSnapshotSeconds ? " (it may be out of date)" : "") << ".\n\n";
+  printTabs(c.out, "Idle tabs, longest unused first", cleanup.tabs, preferences, now);
+  c.out << '\n';
+  printTabs(c.out, "Surplus copies of tabs open more than once", cleanup.duplicates, preferences,
+            now);
+  c.out << "\nTab limit: " << budget.totalCount << " open, limit " << budget.limit << ", "
+        << budget.overflow() << " over.\n";
+  if (budget.overflow() > 0) {
+    printTabs(c.out, "To close first to get under the limit", budget.tabs, preferences, now);
+  }
+  return kExitSuccess;
+}
+
+}  // namespace
+
+int runCommand(const std::vector<std::string>& argv, CommandContext& c) {
+  const Args args(argv);
+  if (args.empty()) return usage(c, "no command given", "");
+  const std::string& command = args[0];
+  if (command == "--help" || command == "-h" || command == "help") return help(c, kHelp);
+  if (command == "clients") return clients(c, args.subspan(1));
+  if (command == "status") return status(c, args.subspan(1));
+  if (command == "suggest") return suggest(c, args.subspan(1));
+  return usage(c, "unknown command \"" + cell(command, 40) + "\"", "");
+}
+
+}  // namespace velto

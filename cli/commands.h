@@ -1,0 +1,39 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "core/support/date.h"
+#include "core/support/folders.h"
+
+namespace velto {
+
+// What the `velto` command reads from and writes to, so that tests can run it in
+// process: the environment decides where the library is (as it does for VeltoMCP).
+struct CommandContext {
+  std::ostream& out;  // results only
+  std::ostream& err;  // one line per failure, prefixed "velto: "
+  EnvironmentLookup env;
+  // The running velto executable; VeltoMCP is expected beside it. Absent when the
+  // platform cannot tell, and then `clients add` prints a bare "VeltoMCP" command.
+  std::optional<std::filesystem::path> executable;
+  std::function<Date()> clock = [] { return now(); };
+};
+
+// Exit statuses of runCommand.
+inline constexpr int kExitSuccess = 0;
+inline constexpr int kExitFailure = 1;  // the library could not be read or written
+inline constexpr int kExitUsage = 2;    // unknown command, bad or missing argument
+
+// Runs one `velto` command line (`args` without the program name):
+//   clients add NAME [--allow-reopen] | clients list | clients remove ID |
+//   clients reopen ID on|off | status | suggest [--json] | help, and --help on each.
+// Changes reach the library only through LibraryStore::save (an atomic replacement), and
+// only after it loaded cleanly: a library that cannot be read is never overwritten.
+int runCommand(const std::vector<std::string>& args, CommandContext& context);
+
+}  // namespace velto

@@ -1,0 +1,19 @@
+// velto: manages the clients allowed to use VeltoMCP, and shows the library's status and
+// the suggestions for its last snapshot, for people who run the server without the
+// desktop app. Wiring only: the commands live in cli/commands.cc.
+
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "cli/commands.h"
+#include "cli/executable_path.h"
+
+int main(int argc, char** argv) {
+  using namespace velto;
+  const std::vector<std::string> args(argv + 1, argv + argc);
+  CommandContext context{std::cout, std::cerr, processEnvironment(), currentExecutablePath()};
+  const int status = runCommand(args, context);
+  std::cout.flush();
+  return std::cout ? status : kExitFailure;
+}
