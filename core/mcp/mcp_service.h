@@ -1,0 +1,65 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/mcp/tool_calls.h"
+#include "core/model/library_codec.h"
+#include "core/model/library_store.h"
+#include "core/support/date.h"
+
+namespace velto {
+
+// Answers the JSON-RPC 2.0 messages of one MCP connection, one at a time: checks the
+// envelope, authorizes the client, keeps the two-step handshake and runs the tools.
+//
+// Every request (a message with an "id", even null) gets exactly one response line; a
+// notification gets none, unless its envelope is invalid. Checks run in a fixed order:
+// JSON, envelope, notification, "ping", library load, client, "initialize", handshake,
+// method. The library is read afresh through the store for every request after "ping"
+// and is never written; only the session state survives between requests. A failed
+// library load is answered as a tool-style error result, not a JSON-RPC error.
+//
+// Responses are compact, with sorted keys, non-ASCII as UTF-8 and "/" unescaped, except
+// inside a tool result's text, where every "/" is written "\/".
+//
+// Not thread-safe: one caller, one request at a time.
+class MCPService {
+ public:
+  using Clock = std::function<Date()>;
+
+  // The handshake: "initialize" accepted, then the "notifications/initialized" notification.
+  // A refused request never moves the session.
+  enum class Session { fresh, initialized, ready };
+
+  // `clientID` and `token` are taken as given (empty when unset); they are checked on
+  // every request. `clock` gives the time the open-tab snapshot's age is measured at.
+  MCPService(LibraryStore store, std::string clientID, std::string token, ToolCalls::Opener opener,
+             Clock clock = now);
+
+  // The response to one message (the bytes of one line, without its line end), without a
+  // line end; absent when nothing must be sent back.
+  std::optional<std::string> respond(std::string_view message);
+
+  Session session() const { return session_; }
+
+ private:
+  struct Reply;
+
+  Reply dispatch(const std::string& method, const nlohmann::json& params);
+  Reply callTool(const nlohmann::json& params, const LibraryState& library,
+                 const ClientGrant& grant);
+
+  LibraryStore store_;
+  std::string clientID_;
+  std::string token_;
+  ToolCalls::Opener opener_;
+  Clock clock_;
+  Session session_ = Session::fresh;
+  // Kept between requests so its buffers are reused; the file is still read each time.
+  LibraryDecoder decoder_;
+};
+
+}  // namespace velto

@@ -1,0 +1,189 @@
+#include "core/mcp/tool_calls.h"
+
+#include <algorithm>
+#include <cmath>
+#include <initializer_list>
+#include <string_view>
+#include <vector>
+
+#include "core/model/search_query.h"
+#include "core/model/velto_error.h"
+#include "core/policy/tab_policy.h"
+#include "core/support/text.h"
+
+namespace velto::ToolCalls {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr std::string_view kInvalidListArguments = "Invalid arguments";
+constexpr std::string_view kUnknownBrowser = "Unknown browser";
+constexpr std::string_view kInvalidSearchArguments =
+    "Provide query (up to 500 characters) and an optional limit from 1 to 100.";
+constexpr std::string_view kInvalidSince = "since must be an ISO 8601 timestamp.";
+constexpr std::string_view kInvalidReopenArguments = "Provide the saved tab's UUID.";
+
+constexpr std::string_view kStaleSnapshot =
+    "The open-tab snapshot is stale. Open Velto and refresh your browsers.";
+constexpr std::string_view kReadOnly =
+    "This connection is read-only. Enable reopening for this client in Velto.";
+constexpr std::string_view kTabNotFound = "Tab not found or excluded.";
+
+constexpr int64_t kMinLimit = 1;
+constexpr int64_t kMaxLimit = 100;
+
+Error invalid(std::string_view message) { return decodingError(std::string(message)); }
+Error toolError(std::string_view message) { return VeltoError::message(std::string(message)); }
+
+bool onlyKeys(const json& arguments, std::initializer_list<std::string_view> allowed) {
+  return std::all_of(arguments.items().begin(), arguments.items().end(), [&](const auto& item) {
+    return std::find(allowed.begin(), allowed.end(), item.key()) != allowed.end();
+  });
+}
+
+// The page size: kDefaultLimit when absent, absent when unacceptable.
+std::optional<int64_t> limitOf(const json& arguments) {
+  const auto found = arguments.find("limit");
+  if (found == arguments.end()) return kDefaultLimit;
+  const json& limit = *found;
+  if (limit.is_number_integer()) {
+    // Unsigned values above INT64_MAX are out of range either way.
+    if (limit.is_number_unsigned() && limit.get<uint64_t>() > uint64_t(kMaxLimit)) return {};
+    const int64_t value = limit.get<int64_t>();
+    if (value >= kMinLimit && value <= kMaxLimit) return value;
+    return {};
+  }
+  if (limit.is_number_float()) {
+    const double value = limit.get<double>();
+    if (value >= double(kMinLimit) && value <= double(kMaxLimit) && std::trunc(value) == value) {
+      return int64_t(value);
+    }
+  }
+  return {};
+}
+
+const std::string* stringMember(const json& object, const char* key) {
+  const auto found = object.find(key);
+  if (found == object.end() || !found->is_string()) return nullptr;
+  return found->get_ptr<const std::string*>();
+}
+
+json openTabObject(const LiveTab& tab) {
+  return {{"id", tab.id},
+          {"title", tab.title},
+          {"url", tab.url},
+          {"browser", rawValue(tab.browser)},
+          {"isActive", tab.isActive}};
+}
+
+json savedTabObject(const SavedTab& tab) {
+  return {{"id", tab.id.text()},
+          {"title", tab.title},
+          {"url", tab.url},
+          {"browser", rawValue(tab.browser)},
+          {"closedAt", formatISO8601(tab.activityDate())}};
+}
+
+}  // namespace
+
+Result<ListTabsArguments> decodeListTabs(const json& arguments) {
+  if (!onlyKeys(arguments, {"browser", "limit"})) return invalid(kInvalidListArguments);
+  const auto limit = limitOf(arguments);
+  if (!limit) return invalid(kInvalidListArguments);
+  ListTabsArguments decoded;
+  decoded.limit = *limit;
+  if (arguments.contains("browser")) {
+    const std::string* name = stringMember(arguments, "browser");
+    decoded.browser = name ? browserFromRawValue(*name) : std::nullopt;
+    if (!decoded.browser) return invalid(kUnknownBrowser);
+  }
+  return decoded;
+}
+
+Result<SearchClosedTabsArguments> decodeSearchClosedTabs(const json& arguments) {
+  const std::string* query = stringMember(arguments, "query");
+  const auto limit = limitOf(arguments);
+  if (!onlyKeys(arguments, {"query", "limit", "since"}) || !query || !limit ||
+      characterCount(*query) > kMaxQueryCharacters) {
+    return invalid(kInvalidSearchArguments);
+  }
+  SearchClosedTabsArguments decoded;
+  decoded.query = *query;
+  decoded.limit = *limit;
+  if (arguments.contains("since")) {
+    const std::string* since = stringMember(arguments, "since");
+    decoded.since = since ? parseISO8601(*since) : std::nullopt;
+    if (!decoded.since) return invalid(kInvalidSince);
+  }
+  return decoded;
+}
+
+Result<ReopenTabArguments> decodeReopenTab(const json& arguments) {
+  const std::string* id = stringMember(arguments, "id");
+  const auto uuid = id ? Uuid::parse(*id) : std::nullopt;
+  if (arguments.size() != 1 || !uuid) return invalid(kInvalidReopenArguments);
+  return ReopenTabArguments{*uuid};
+}
+
+ToolResult listTabs(const ListTabsArguments& arguments, const LibraryState& library, Date now) {
+  if (!library.liveUpdatedAt) return toolError(kStaleSnapshot);
+  const double age = secondsBetween(*library.liveUpdatedAt, now);
+  if (age < 0 || age >= kSnapshotFreshSeconds) return toolError(kStaleSnapshot);
+
+  const ExclusionList exclusions(library.preferences.exclusions);
+  const BrowserSet& connected = library.preferences.connectedBrowsers;
+  json tabs = json::array();
+  int64_t total = 0;
+  for (const LiveTab& tab : library.liveTabs) {
+    if (exclusions.excludes(tab.url) || !connected.contains(tab.browser)) continue;
+    if (arguments.browser && tab.browser != *arguments.browser) continue;
+    if (total++ < arguments.limit) tabs.push_back(openTabObject(tab));
+  }
+  return json{{"tabs", std::move(tabs)},
+              {"total", total},
+              {"observedAt", formatISO8601(*library.liveUpdatedAt)}};
+}
+
+ToolResult searchClosedTabs(const SearchClosedTabsArguments& arguments,
+                            const LibraryState& library) {
+  const ExclusionList exclusions(library.preferences.exclusions);
+  const SearchQuery query(arguments.query);
+  // Cheap tests first; all of them must hold, so their order does not change the answer.
+  std::vector<const SavedTab*> kept;
+  for (const SavedTab& tab : library.tabs) {
+    if (tab.state != ArchiveState::closed) continue;
+    if (arguments.since && tab.activityDate() < *arguments.since) continue;
+    if (!query.matches(tab) || exclusions.excludes(tab.url)) continue;
+    kept.push_back(&tab);
+  }
+
+  // Newest first; equal dates keep library order, which is the order of the pointers.
+  const auto newerFirst = [](const SavedTab* a, const SavedTab* b) {
+    const Date dateA = a->activityDate();
+    const Date dateB = b->activityDate();
+    return dateA != dateB ? dateA > dateB : a < b;
+  };
+  const size_t shown = std::min(kept.size(), size_t(arguments.limit));
+  std::partial_sort(kept.begin(), kept.begin() + ptrdiff_t(shown), kept.end(), newerFirst);
+
+  json tabs = json::array();
+  for (size_t i = 0; i < shown; ++i) tabs.push_back(savedTabObject(*kept[i]));
+  return json{{"tabs", std::move(tabs)}, {"total", kept.size()}};
+}
+
+ToolResult reopenTab(const ReopenTabArguments& arguments, const LibraryState& library,
+                     const ClientGrant& grant, const Opener& open) {
+  if (!grant.allowReopen) return toolError(kReadOnly);
+  const auto tab = std::find_if(library.tabs.begin(), library.tabs.end(), [&](const SavedTab& t) {
+    return t.id == arguments.id && t.state != ArchiveState::pendingClose;
+  });
+  if (tab == library.tabs.end() ||
+      TabPolicy::isExcluded(tab->url, library.preferences.exclusions)) {
+    return toolError(kTabNotFound);
+  }
+  if (Result<void> opened = open(*tab); !opened.ok()) return opened.error();
+  return json{{"opened", true}};
+}
+
+}  // namespace velto::ToolCalls
