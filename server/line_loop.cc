@@ -1,0 +1,75 @@
+#include "server/line_loop.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "core/support/text.h"
+
+namespace velto {
+
+namespace {
+
+// Reads one line into `line`. Stops storing once the line is certainly too long (a CR
+// may still follow the longest line, hence the one byte of slack) but keeps consuming
+// it to its end. False at end of input with nothing read.
+bool readLine(std::streambuf& in, std::string& line, bool& oversized) {
+  line.clear();
+  oversized = false;
+  bool readAny = false;
+  for (int c = in.sbumpc(); c != std::char_traits<char>::eof(); c = in.sbumpc()) {
+    readAny = true;
+    if (c == '\n') return true;
+    if (line.size() <= kMaxLineBytes) {
+      line.push_back(static_cast<char>(c));
+    } else {
+      oversized = true;
+    }
+  }
+  return readAny;
+}
+
+}  // namespace
+
+int runLineLoop(std::istream& in, std::ostream& out, const LineHandler& handle) {
+  std::streambuf* input = in.rdbuf();
+  if (input == nullptr) return 0;
+  std::string line;
+  bool oversized = false;
+  while (readLine(*input, line, oversized)) {
+    if (oversized) continue;
+    if (line.ends_with('\r')) line.pop_back();
+    // Replacing invalid bytes can only make the line longer, never shorter.
+    if (line.size() > kMaxLineBytes) continue;
+    if (!isValidUTF8(line)) {
+      line = sanitizedUTF8(line);
+      if (line.size() > kMaxLineBytes) continue;
+    }
+    std::optional<std::string> response = handle(line);
+    if (!response) continue;
+    response->push_back('\n');
+    out.write(response->data(), static_cast<std::streamsize>(response->size()));
+    out.flush();
+    out.clear();  // a failed write must not silence the answers that follow
+  }
+  return 0;
+}
+
+std::streamsize FileDescriptorOutput::xsputn(const char* data, std::streamsize count) {
+  std::streamsize written = 0;
+  while (written < count) {
+    const ssize_t n = ::write(fd_, data + written, static_cast<size_t>(count - written));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    written += n;
+  }
+  return written;
+}
+
+FileDescriptorOutput::int_type FileDescriptorOutput::overflow(int_type c) {
+  if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+  const char byte = traits_type::to_char_type(c);
+  return xsputn(&byte, 1) == 1 ? c : traits_type::eof();
+}
+
+}  // namespace velto
