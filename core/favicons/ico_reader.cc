@@ -1,0 +1,171 @@
+#include <algorithm>
+
+#include "core/favicons/icon_image.h"
+
+namespace velto::IconImage {
+
+namespace {
+
+constexpr std::string_view kPngSignature("\x89PNG\r\n\x1a\n", 8);
+constexpr size_t kBitmapInfoHeaderSize = 40;
+
+uint32_t u16At(std::string_view bytes, size_t at) {
+  return static_cast<uint8_t>(bytes[at]) | static_cast<uint8_t>(bytes[at + 1]) << 8;
+}
+
+uint32_t u32At(std::string_view bytes, size_t at) {
+  return u16At(bytes, at) | u16At(bytes, at + 2) << 16;
+}
+
+uint32_t bigEndianU32At(std::string_view bytes, size_t at) {
+  return static_cast<uint32_t>(static_cast<uint8_t>(bytes[at])) << 24 |
+         static_cast<uint32_t>(static_cast<uint8_t>(bytes[at + 1])) << 16 |
+         static_cast<uint32_t>(static_cast<uint8_t>(bytes[at + 2])) << 8 |
+         static_cast<uint8_t>(bytes[at + 3]);
+}
+
+bool withinSides(uint32_t width, uint32_t height) {
+  return width >= 1 && width <= kMaxSide && height >= 1 && height <= kMaxSide;
+}
+
+// The sides a PNG states in its IHDR chunk, which must come first.
+std::optional<IcoFrame> pngFrame(std::string_view bytes) {
+  if (bytes.size() < 24 || !bytes.starts_with(kPngSignature) || bytes.substr(12, 4) != "IHDR") {
+    return std::nullopt;
+  }
+  return IcoFrame{IcoFrame::Kind::png, bigEndianU32At(bytes, 16), bigEndianU32At(bytes, 20), bytes};
+}
+
+// The layout of a BMP frame, every offset checked against the frame's bytes.
+struct BmpLayout {
+  uint32_t width = 0;
+  uint32_t height = 0;  // of the image, half the stated height (the rest is the mask)
+  uint32_t bitsPerPixel = 0;
+  size_t paletteAt = 0;
+  uint32_t paletteSize = 0;
+  size_t pixelsAt = 0;
+  size_t pixelStride = 0;
+  size_t maskAt = 0;
+  size_t maskStride = 0;
+  bool hasMask = false;
+};
+
+std::optional<BmpLayout> bmpLayout(std::string_view bytes) {
+  if (bytes.size() < kBitmapInfoHeaderSize) return std::nullopt;
+  const uint32_t headerSize = u32At(bytes, 0);
+  const auto width = static_cast<int32_t>(u32At(bytes, 4));
+  const auto statedHeight = static_cast<int32_t>(u32At(bytes, 8));
+  BmpLayout layout;
+  layout.bitsPerPixel = u16At(bytes, 14);
+  const uint32_t compression = u32At(bytes, 16);
+  const uint32_t colorsUsed = u32At(bytes, 32);
+  if (headerSize < kBitmapInfoHeaderSize || headerSize > bytes.size() || compression != 0 ||
+      width < 1 || statedHeight < 2) {
+    return std::nullopt;
+  }
+  layout.width = static_cast<uint32_t>(width);
+  layout.height = static_cast<uint32_t>(statedHeight) / 2;
+  switch (layout.bitsPerPixel) {
+    case 1: case 4: case 8:
+      layout.paletteSize = colorsUsed == 0 ? 1u << layout.bitsPerPixel : colorsUsed;
+      if (layout.paletteSize > 1u << layout.bitsPerPixel) return std::nullopt;
+      break;
+    case 24: case 32: break;
+    default: return std::nullopt;
+  }
+  if (!withinSides(layout.width, layout.height)) return layout;  // sized, never decoded
+  layout.paletteAt = headerSize;
+  layout.pixelsAt = layout.paletteAt + size_t{layout.paletteSize} * 4;
+  layout.pixelStride = (size_t{layout.width} * layout.bitsPerPixel + 31) / 32 * 4;
+  layout.maskAt = layout.pixelsAt + layout.pixelStride * layout.height;
+  layout.maskStride = (size_t{layout.width} + 31) / 32 * 4;
+  if (layout.maskAt > bytes.size()) return std::nullopt;
+  layout.hasMask = layout.maskStride * layout.height <= bytes.size() - layout.maskAt;
+  // Only 32-bit frames, which carry alpha, may do without the mask.
+  if (!layout.hasMask && layout.bitsPerPixel != 32) return std::nullopt;
+  return layout;
+}
+
+}  // namespace
+
+std::optional<std::vector<IcoFrame>> icoFrames(std::string_view bytes) {
+  if (bytes.size() < 6 || u16At(bytes, 0) != 0 || u16At(bytes, 2) != 1) return std::nullopt;
+  const size_t count = std::min<size_t>(u16At(bytes, 4), kMaxFrames);
+  std::vector<IcoFrame> frames;
+  for (size_t index = 0; index < count; ++index) {
+    const size_t entry = 6 + index * 16;
+    if (entry + 16 > bytes.size()) break;
+    const size_t size = u32At(bytes, entry + 8);
+    const size_t offset = u32At(bytes, entry + 12);
+    if (offset > bytes.size() || size > bytes.size() - offset) continue;
+    const std::string_view data = bytes.substr(offset, size);
+    if (auto frame = pngFrame(data)) {
+      frames.push_back(*frame);
+    } else if (const auto layout = bmpLayout(data)) {
+      frames.push_back({IcoFrame::Kind::bmp, layout->width, layout->height, data});
+    }
+  }
+  return frames;
+}
+
+std::optional<RgbaImage> decodeBmpFrame(std::string_view bytes) {
+  const auto layout = bmpLayout(bytes);
+  if (!layout || !withinSides(layout->width, layout->height)) return std::nullopt;
+  const BmpLayout& l = *layout;
+  const auto byteAt = [&](size_t at) { return static_cast<uint8_t>(bytes[at]); };
+
+  RgbaImage image{l.width, l.height, std::vector<uint8_t>(size_t{l.width} * l.height * 4)};
+  bool anyAlpha = false;
+  for (uint32_t y = 0; y < l.height; ++y) {
+    const size_t rowAt = l.pixelsAt + (l.height - 1 - y) * l.pixelStride;  // bottom-up
+    uint8_t* out = image.pixels.data() + size_t{y} * l.width * 4;
+    for (uint32_t x = 0; x < l.width; ++x, out += 4) {
+      size_t color;  // where this pixel's blue, green, red (and alpha) bytes are
+      if (l.bitsPerPixel >= 24) {
+        color = rowAt + size_t{x} * (l.bitsPerPixel / 8);
+      } else {
+        const size_t bit = size_t{x} * l.bitsPerPixel;
+        const uint32_t index =
+            (byteAt(rowAt + bit / 8) >> (8 - l.bitsPerPixel - bit % 8)) & ((1u << l.bitsPerPixel) - 1);
+        if (index >= l.paletteSize) return std::nullopt;
+        color = l.paletteAt + size_t{index} * 4;
+      }
+      out[0] = byteAt(color + 2);
+      out[1] = byteAt(color + 1);
+      out[2] = byteAt(color);
+      out[3] = l.bitsPerPixel == 32 ? byteAt(color + 3) : 0;
+      anyAlpha = anyAlpha || out[3] != 0;
+    }
+  }
+  // A frame without alpha of its own (a 32-bit one with zero alpha throughout was written
+  // for readers that only know the mask) takes its transparency from the mask.
+  if (anyAlpha) return image;
+  for (uint32_t y = 0; y < l.height; ++y) {
+    const size_t rowAt = l.maskAt + (l.height - 1 - y) * l.maskStride;
+    for (uint32_t x = 0; x < l.width; ++x) {
+      const bool transparent = l.hasMask && (byteAt(rowAt + x / 8) >> (7 - x % 8)) & 1;
+      image.pixels[(size_t{y} * l.width + x) * 4 + 3] = transparent ? 0 : 0xff;
+    }
+  }
+  return image;
+}
+
+std::optional<RgbaImage> decodeIcon(std::string_view bytes) {
+  if (bytes.starts_with(kPngSignature)) return decodePng(bytes);
+  const auto frames = icoFrames(bytes);
+  if (!frames) return std::nullopt;
+  const IcoFrame* widest = nullptr;
+  for (const IcoFrame& frame : *frames) {
+    if (withinSides(frame.width, frame.height) && (!widest || frame.width > widest->width)) {
+      widest = &frame;
+    }
+  }
+  if (!widest) return std::nullopt;
+  auto image = widest->kind == IcoFrame::Kind::png ? decodePng(widest->bytes)
+                                                   : decodeBmpFrame(widest->bytes);
+  // The header promised these sides; a frame that decodes to others is broken.
+  if (image && (image->width != widest->width || image->height != widest->height)) return std::nullopt;
+  return image;
+}
+
+}  // namespace velto::IconImage

@@ -1,0 +1,79 @@
+#include <algorithm>
+#include <cmath>
+
+#include "core/favicons/icon_image.h"
+
+namespace velto::IconImage {
+
+namespace {
+
+// Squeezes one line of `from` premultiplied RGBA samples into `to` (to <= from): each
+// output averages the inputs its box covers, a partly covered input weighted by the
+// fraction of it that lies inside the box.
+template <class Read, class Write>
+void averageAlong(uint32_t from, uint32_t to, Read read, Write write) {
+  const double scale = static_cast<double>(from) / to;
+  for (uint32_t out = 0; out < to; ++out) {
+    const double begin = out * scale;
+    const double end = std::min<double>(from, (out + 1) * scale);
+    float sum[4] = {0, 0, 0, 0};
+    for (auto in = static_cast<uint32_t>(begin); in < from && in < end; ++in) {
+      const auto weight = static_cast<float>(std::min<double>(end, in + 1) - std::max<double>(begin, in));
+      const float* sample = read(in);
+      for (int c = 0; c < 4; ++c) sum[c] += sample[c] * weight;
+    }
+    for (float& value : sum) value /= static_cast<float>(end - begin);
+    write(out, sum);
+  }
+}
+
+uint8_t rounded(float value) { return static_cast<uint8_t>(std::clamp(std::lround(value), 0L, 255L)); }
+
+}  // namespace
+
+RgbaImage downscaled(const RgbaImage& image, uint32_t maxSide) {
+  const uint32_t longer = std::max(image.width, image.height);
+  if (longer <= maxSide) return image;
+  const auto shorter = [&](uint32_t side) {
+    return std::max<uint32_t>(1, static_cast<uint32_t>(std::lround(static_cast<double>(side) * maxSide / longer)));
+  };
+  const uint32_t width = image.width >= image.height ? maxSide : shorter(image.width);
+  const uint32_t height = image.height > image.width ? maxSide : shorter(image.height);
+
+  // Premultiplied floats, so that a transparent pixel contributes no colour.
+  std::vector<float> source(image.pixels.size());
+  for (size_t i = 0; i < image.pixels.size(); i += 4) {
+    const float alpha = image.pixels[i + 3];
+    for (int c = 0; c < 3; ++c) source[i + c] = image.pixels[i + c] * alpha / 255.0f;
+    source[i + 3] = alpha;
+  }
+  std::vector<float> narrowed(size_t{width} * image.height * 4);
+  for (uint32_t y = 0; y < image.height; ++y) {
+    averageAlong(
+        image.width, width, [&](uint32_t x) { return &source[(size_t{y} * image.width + x) * 4]; },
+        [&](uint32_t x, const float* value) {
+          std::copy(value, value + 4, &narrowed[(size_t{y} * width + x) * 4]);
+        });
+  }
+  RgbaImage result{width, height, std::vector<uint8_t>(size_t{width} * height * 4)};
+  for (uint32_t x = 0; x < width; ++x) {
+    averageAlong(
+        image.height, height, [&](uint32_t y) { return &narrowed[(size_t{y} * width + x) * 4]; },
+        [&](uint32_t y, const float* value) {
+          uint8_t* out = &result.pixels[(size_t{y} * width + x) * 4];
+          const float alpha = value[3];
+          for (int c = 0; c < 3; ++c) out[c] = alpha > 0 ? rounded(value[c] * 255.0f / alpha) : 0;
+          out[3] = rounded(alpha);
+        });
+  }
+  return result;
+}
+
+std::optional<std::string> thumbnail(std::string_view data) {
+  if (data.size() >= kMaxInputBytes) return std::nullopt;
+  const auto image = decodeIcon(data);
+  if (!image) return std::nullopt;
+  return encodePng(downscaled(*image, kThumbnailSide));
+}
+
+}  // namespace velto::IconImage
