@@ -1,0 +1,164 @@
+#include "core/favicons/favicon_store.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <thread>
+
+#include "core/favicons/icon_image.h"
+#include "core/favicons/testing/https_test_server.h"
+
+namespace velto {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kSite = "site.velto-test.net";
+const std::string kPage = "https://" + kSite + "/articles/1";
+const std::string kIcon = "https://" + kSite + "/favicon.ico";
+const std::string kTouchIcon = "https://" + kSite + "/apple-touch-icon.png";
+
+std::string pngOfSide(uint32_t side) {
+  return *IconImage::encodePng({side, side, std::vector<uint8_t>(size_t{side} * side * 4, 200)});
+}
+
+std::optional<uint32_t> sideOf(const std::optional<std::string>& png) {
+  if (!png) return std::nullopt;
+  const auto image = IconImage::decodePng(*png);
+  return image ? std::optional(image->width) : std::nullopt;
+}
+
+class FaviconStoreTest : public ::testing::Test {
+ protected:
+  FaviconStoreTest() { fs::create_directories(folder); }
+  ~FaviconStoreTest() override { fs::remove_all(folder); }
+
+  std::unique_ptr<FaviconStore> makeStore(std::optional<fs::path> directory) {
+    auto fetcher = std::make_shared<CurlIconFetcher>(
+        CurlIconFetcher::TestRouting{server.port(), {kSite, "other.velto-test.net"}, server.caFile()});
+    return std::make_unique<FaviconStore>(std::move(directory), fetcher, [this] { return clock; });
+  }
+  void passSeconds(double seconds) { clock = addingSeconds(clock, seconds); }
+  void writeCacheFile(const std::string& iconURL, double ageSeconds) {
+    const fs::path file = *store->cacheFile(iconURL);
+    std::ofstream(file, std::ios::binary) << pngOfSide(16);
+    fs::last_write_time(file, std::chrono::file_clock::from_sys(addingSeconds(clock, -ageSeconds)));
+  }
+
+  HttpsTestServer server{{kSite, "other.velto-test.net"}};
+  fs::path folder = fs::temp_directory_path() / ("velto-favicons-" + std::to_string(getpid()));
+  Date clock = now();
+  std::unique_ptr<FaviconStore> store = makeStore(folder);
+};
+
+TEST_F(FaviconStoreTest, ServesThumbnailsFromNetworkThenMemoryThenDisk) {
+  server.script(kIcon, {.body = pngOfSide(128)});
+  EXPECT_EQ(sideOf(store->icon(kPage, {}, true)), 64u);
+  EXPECT_EQ(sideOf(store->icon("https://SITE.velto-test.net./other", {}, true)), 64u);
+  EXPECT_EQ(server.requests(kIcon), 1);
+  // SHA-256 of "favicon-v1:" + the icon address, so the app and older builds share files.
+  EXPECT_EQ(store->cacheFile(kIcon),
+            folder / "32fb9f629e231459c5f149d901b8a9fc13b3cde773ee0a28695cb22930672470.png");
+  EXPECT_TRUE(fs::exists(*store->cacheFile(kIcon)));
+
+  const auto restarted = makeStore(folder);
+  EXPECT_EQ(sideOf(restarted->icon(kPage, {}, false)), 64u);
+  EXPECT_EQ(server.requests(kIcon), 1);
+}
+
+TEST_F(FaviconStoreTest, TriesTheNextCandidateAfterAFailure) {
+  for (const HttpsTestServer::Response& first :
+       {HttpsTestServer::Response{.status = 404}, HttpsTestServer::Response{.body = "<html>not an image</html>"},
+        HttpsTestServer::Response{.status = 500, .body = pngOfSide(16)}}) {
+    store->clear();
+    server.script(kIcon, first);
+    server.script(kTouchIcon, {.body = pngOfSide(180)});
+    EXPECT_EQ(sideOf(store->icon(kPage, {}, true)), 64u);
+  }
+  EXPECT_EQ(server.requests(kIcon), 3);
+  EXPECT_EQ(server.requests(kTouchIcon), 3);
+}
+
+TEST_F(FaviconStoreTest, RemembersAMissForHalfAnHour) {
+  EXPECT_FALSE(store->icon(kPage, {}, true));
+  EXPECT_EQ(server.requests(kTouchIcon), 1);
+  passSeconds(1799);
+  EXPECT_FALSE(store->icon(kPage, {}, true));
+  EXPECT_EQ(server.requests(kIcon), 1);
+  passSeconds(1);
+  server.script(kIcon, {.body = pngOfSide(32)});
+  EXPECT_EQ(sideOf(store->icon(kPage, {}, true)), 32u);
+  EXPECT_EQ(server.requests(kIcon), 2);
+}
+
+TEST_F(FaviconStoreTest, NothingLeavesForExcludedOrPrivatePagesOrWithoutNetwork) {
+  server.script(kIcon, {.body = pngOfSide(16)});
+  EXPECT_FALSE(store->icon(kPage, {"velto-test.net"}, true));
+  EXPECT_FALSE(store->icon("https://printer.local/", {}, true));
+  EXPECT_FALSE(store->icon(kPage, {}, false));
+  EXPECT_EQ(server.connections(), 0);
+}
+
+TEST_F(FaviconStoreTest, DiskEntriesServeForUnderSevenDays) {
+  const std::string otherIcon = "https://other.velto-test.net/favicon.ico";
+  writeCacheFile(kIcon, 6 * 86400);
+  writeCacheFile(otherIcon, 7 * 86400);
+  EXPECT_EQ(sideOf(store->icon(kPage, {}, false)), 16u);
+  EXPECT_FALSE(store->icon("https://other.velto-test.net/", {}, false));
+  store->pruneDisk();
+  EXPECT_TRUE(fs::exists(*store->cacheFile(kIcon)));
+  EXPECT_FALSE(fs::exists(*store->cacheFile(otherIcon)));
+  // The memory entry made from the disk file expires with the file.
+  passSeconds(86400);
+  EXPECT_FALSE(store->icon(kPage, {}, false));
+}
+
+TEST_F(FaviconStoreTest, DiskKeepsTheNewest256Files) {
+  for (int i = 0; i < 260; ++i) writeCacheFile("https://h" + std::to_string(i) + ".velto-test.net/favicon.ico", 260 - i);
+  store->pruneDisk();
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 256);
+  EXPECT_FALSE(fs::exists(*store->cacheFile("https://h3.velto-test.net/favicon.ico")));
+  EXPECT_TRUE(fs::exists(*store->cacheFile("https://h4.velto-test.net/favicon.ico")));
+}
+
+TEST_F(FaviconStoreTest, ConcurrentRequestsShareOneDownload) {
+  server.script(kIcon, {.body = pngOfSide(48), .delay = std::chrono::milliseconds(300)});
+  std::vector<std::optional<std::string>> answers(20);
+  std::vector<std::thread> threads;
+  for (auto& answer : answers) {
+    threads.emplace_back([&] { answer = store->icon(kPage, {}, true); });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(server.requests(kIcon), 1);
+  for (const auto& answer : answers) EXPECT_EQ(sideOf(answer), 48u);
+}
+
+TEST_F(FaviconStoreTest, MemoryDropsExpiredEntriesFirstThenTheSoonestToExpire) {
+  const auto memoryOnly = makeStore(std::nullopt);
+  const auto page = [](int i) { return "https://h" + std::to_string(i) + ".velto-test.net/"; };
+  const auto known = [&](int i) { return memoryOnly->icon(page(i), {}, false).has_value(); };
+  for (int i = 0; i < 256; ++i) {
+    memoryOnly->remember(page(i) + "favicon.ico", "png" + std::to_string(i),
+                         addingSeconds(clock, i == 7 ? -1 : 1000 + i));
+  }
+  memoryOnly->remember(page(256) + "favicon.ico", "new", addingSeconds(clock, 10));
+  EXPECT_TRUE(known(0));
+  EXPECT_TRUE(known(256));
+  memoryOnly->remember(page(257) + "favicon.ico", "newer", addingSeconds(clock, 5000));
+  EXPECT_FALSE(known(256));  // the soonest to expire
+  EXPECT_TRUE(known(0));
+  EXPECT_TRUE(known(257));
+  EXPECT_TRUE(known(255));
+}
+
+TEST_F(FaviconStoreTest, ClearForgetsMemoryAndDisk) {
+  server.script(kIcon, {.body = pngOfSide(16)});
+  ASSERT_TRUE(store->icon(kPage, {}, true));
+  store->clear();
+  EXPECT_TRUE(fs::is_empty(folder));
+  EXPECT_FALSE(store->icon(kPage, {}, false));
+}
+
+}  // namespace
+}  // namespace velto
