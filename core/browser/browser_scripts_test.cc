@@ -40,125 +40,60 @@ TEST(BrowserScriptsTest, QuotedEscapesBackslashFirstThenQuoteCRAndLF) {
   for (const auto& c : cases) EXPECT_EQ(BrowserScripts::quoted(c.text), c.literal) << c.text;
 }
 
-TEST(BrowserScriptsTest, ChromiumSnapshotScript) {
-  EXPECT_EQ(snapshotScript(Browser::brave),
-            lines({"with timeout of 12 seconds",
-                   "    tell application id \"com.brave.Browser\"",
-                   "        set rows to {}",
-                   "        repeat with w in windows",
-                   "            if mode of w is \"normal\" then",
-                   "            set wi to (id of w) as text",
-                   "            set selectedIndex to active tab index of w",
-                   "            set n to count of tabs of w",
-                   "            repeat with ti from 1 to n",
-                   "                try",
-                   "                    set t to tab ti of w",
-                   "                    set tu to URL of t",
-                   "                    set tn to title of t",
-                   "                    set ta to (ti is selectedIndex)",
-                   "                    set tid to (id of t) as text",
-                   "                    if tu is not missing value then set end of rows to {wi, "
-                   "tid, ti, tn, tu, ta}",
-                   "                end try",
-                   "                if (count of rows) \u2265 1000 then return rows",
-                   "            end repeat",
-                   "            end if",
-                   "        end repeat",
-                   "        return rows",
-                   "    end tell",
-                   "end timeout"}));
-  EXPECT_NE(snapshotScript(Browser::chrome).find("\"com.google.Chrome\""), std::string::npos);
-  EXPECT_NE(snapshotScript(Browser::edge).find("\"com.microsoft.edgemac\""), std::string::npos);
-}
+// clang-format off
+const std::vector<std::string> kBraveSnapshot = {
+    "with timeout of 12 seconds",
+    "    tell application id \"com.brave.Browser\"",
+    "        set rows to {}",
+    "        repeat with w in windows",
+    "            if mode of w is \"normal\" then",
+    "            set wi to (id of w) as text",
+    "            set selectedIndex to active tab index of w",
+    "            set n to count of tabs of w",
+    "            repeat with ti from 1 to n",
+    "                try",
+    "                    set t to tab ti of w",
+    "                    set tu to URL of t",
+    "                    set tn to title of t",
+    "                    set ta to (ti is selectedIndex)",
+    "                    set tid to (id of t) as text",
+    "                    if tu is not missing value then set end of rows to {wi, tid, ti, tn, tu, ta}",
+    "                end try",
+    "                if (count of rows) \u2265 1000 then return rows",
+    "            end repeat",
+    "            end if",
+    "        end repeat",
+    "        return rows",
+    "    end tell",
+    "end timeout"};
 
-TEST(BrowserScriptsTest, SafariSnapshotScriptKeepsEmptyLines) {
-  EXPECT_EQ(snapshotScript(Browser::safari),
-            lines({"with timeout of 12 seconds",
-                   "    tell application id \"com.apple.Safari\"",
-                   "        set rows to {}",
-                   "        repeat with w in windows",
-                   "            ",
-                   "            set wi to (id of w) as text",
-                   "            ",
-                   "            set n to count of tabs of w",
-                   "            repeat with ti from 1 to n",
-                   "                try",
-                   "                    set t to tab ti of w",
-                   "                    set tu to URL of t",
-                   "                    set tn to name of t",
-                   "                    set ta to visible of t",
-                   "                    set tid to ti as text",
-                   "                    if tu is not missing value then set end of rows to {wi, "
-                   "tid, ti, tn, tu, ta}",
-                   "                end try",
-                   "                if (count of rows) \u2265 1000 then return rows",
-                   "            end repeat",
-                   "            ",
-                   "        end repeat",
-                   "        return rows",
-                   "    end tell",
-                   "end timeout"}));
-}
+// tab(chrome, "https://x.org/\"q\"") closed automatically with protectedTabs 2.
+const std::vector<std::string> kChromeAutomaticClose = {
+    "with timeout of 10 seconds",
+    "    tell application id \"com.google.Chrome\"",
+    "        if not running then return false",
+    "        repeat with w in windows",
+    "            if (id of w) as text is \"1234\" then",
+    "                if mode of w is not \"normal\" then return false",
+    "                ",
+    "                repeat with ti from 1 to count of tabs of w",
+    "                    set t to tab ti of w",
+    "                    if (id of t) as text is \"567\" then",
+    "                        if URL of t is not \"https://x.org/\\\"q\\\"\" then return false",
+    "                        if active tab index of w is ti then return false",
+    "                        if ti \u2264 2 then return false",
+    "                        close t",
+    "                        return true",
+    "                    end if",
+    "                end repeat",
+    "            end if",
+    "        end repeat",
+    "        return false",
+    "    end tell",
+    "end timeout"};
 
-TEST(BrowserScriptsTest, ChromiumAutomaticCloseScript) {
-  EXPECT_EQ(closeScript(tab(Browser::chrome, "https://x.org/\"q\""), true, 2),
-            lines({"with timeout of 10 seconds",
-                   "    tell application id \"com.google.Chrome\"",
-                   "        if not running then return false",
-                   "        repeat with w in windows",
-                   "            if (id of w) as text is \"1234\" then",
-                   "                if mode of w is not \"normal\" then return false",
-                   "                ",
-                   "                repeat with ti from 1 to count of tabs of w",
-                   "                    set t to tab ti of w",
-                   "                    if (id of t) as text is \"567\" then",
-                   "                        if URL of t is not \"https://x.org/\\\"q\\\"\" then "
-                   "return false",
-                   "                        if active tab index of w is ti then return false",
-                   "                        if ti \u2264 2 then return false",
-                   "                        close t",
-                   "                        return true",
-                   "                    end if",
-                   "                end repeat",
-                   "            end if",
-                   "        end repeat",
-                   "        return false",
-                   "    end tell",
-                   "end timeout"}));
-}
-
-TEST(BrowserScriptsTest, ChromiumManualCloseWithoutTabIDMatchesNothing) {
-  LiveTab t = tab(Browser::edge, "https://x.org/");
-  t.tabID.reset();
-  t.windowID = -7;
-  EXPECT_EQ(
-      closeScript(t, false, 5),
-      lines({"with timeout of 10 seconds",
-             "    tell application id \"com.microsoft.edgemac\"",
-             "        if not running then return false",
-             "        repeat with w in windows",
-             "            if (id of w) as text is \"-7\" then",
-             "                if mode of w is not \"normal\" then return false",
-             "                ",
-             "                repeat with ti from 1 to count of tabs of w",
-             "                    set t to tab ti of w",
-             "                    if (id of t) as text is \"\" then",
-             "                        if URL of t is not \"https://x.org/\" then return false",
-             "                        ",
-             "                        ",
-             "                        close t",
-             "                        return true",
-             "                    end if",
-             "                end repeat",
-             "            end if",
-             "        end repeat",
-             "        return false",
-             "    end tell",
-             "end timeout"}));
-}
-
-// The Safari close script for tab(safari, "https://x.org/a\nb") closed automatically with
-// protectedTabs -3 (so 0).
+// tab(safari, "https://x.org/a\nb") closed automatically with protectedTabs -3 (so 0). The
+// uniqueness block after the first of its lines starts in column 0.
 const std::vector<std::string> kSafariAutomaticClose = {
     "with timeout of 10 seconds",
     "    tell application id \"com.apple.Safari\"",
@@ -186,16 +121,48 @@ const std::vector<std::string> kSafariAutomaticClose = {
     "        return false",
     "    end tell",
     "end timeout"};
+// clang-format on
 
-TEST(BrowserScriptsTest, SafariAutomaticCloseHasUnindentedUniquenessBlock) {
-  EXPECT_EQ(closeScript(tab(Browser::safari, "https://x.org/a\nb"), true, -3),
-            lines(kSafariAutomaticClose));
+TEST(BrowserScriptsTest, SnapshotScripts) {
+  EXPECT_EQ(snapshotScript(Browser::brave), lines(kBraveSnapshot));
+
+  std::vector<std::string> chrome = kBraveSnapshot;
+  chrome[1] = "    tell application id \"com.google.Chrome\"";
+  EXPECT_EQ(snapshotScript(Browser::chrome), lines(chrome));
+
+  // Safari has no window filter and no selected index: those lines stay, as 12 spaces.
+  std::vector<std::string> safari = kBraveSnapshot;
+  safari[1] = "    tell application id \"com.apple.Safari\"";
+  safari[4] = safari[6] = safari[19] = std::string(12, ' ');
+  safari[12] = "                    set tn to name of t";
+  safari[13] = "                    set ta to visible of t";
+  safari[14] = "                    set tid to ti as text";
+  EXPECT_EQ(snapshotScript(Browser::safari), lines(safari));
 }
 
-TEST(BrowserScriptsTest, SafariManualCloseLeavesGuardLinesEmpty) {
-  std::vector<std::string> expected = kSafariAutomaticClose;
-  expected[15] = expected[16] = std::string(24, ' ');
-  EXPECT_EQ(closeScript(tab(Browser::safari, "https://x.org/a\nb"), false, 3), lines(expected));
+TEST(BrowserScriptsTest, ChromiumCloseScripts) {
+  EXPECT_EQ(closeScript(tab(Browser::chrome, "https://x.org/\"q\""), true, 2),
+            lines(kChromeAutomaticClose));
+
+  // A manual close has no guard lines; a tab without an id matches no tab.
+  LiveTab edge = tab(Browser::edge, "https://x.org/\"q\"");
+  edge.tabID.reset();
+  edge.windowID = -7;
+  std::vector<std::string> expected = kChromeAutomaticClose;
+  expected[1] = "    tell application id \"com.microsoft.edgemac\"";
+  expected[4] = "            if (id of w) as text is \"-7\" then";
+  expected[9] = "                    if (id of t) as text is \"\" then";
+  expected[11] = expected[12] = std::string(24, ' ');
+  EXPECT_EQ(closeScript(edge, false, 5), lines(expected));
+}
+
+TEST(BrowserScriptsTest, SafariCloseScripts) {
+  EXPECT_EQ(closeScript(tab(Browser::safari, "https://x.org/a\nb"), true, -3),
+            lines(kSafariAutomaticClose));
+
+  std::vector<std::string> manual = kSafariAutomaticClose;
+  manual[15] = manual[16] = std::string(24, ' ');
+  EXPECT_EQ(closeScript(tab(Browser::safari, "https://x.org/a\nb"), false, 3), lines(manual));
 }
 
 }  // namespace

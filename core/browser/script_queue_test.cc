@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <atomic>
 #include <stdexcept>
 #include <vector>
 
@@ -33,34 +32,6 @@ TEST(ScriptQueueTest, RunsEverythingOnOneNamedThreadInSubmissionOrder) {
   for (const auto& id : threads) EXPECT_EQ(id, threads.front());
 
   EXPECT_EQ(queue.submit(currentThreadName).get(), std::string(ScriptQueue::kLabel).substr(0, 15));
-}
-
-TEST(ScriptQueueTest, ConcurrentSubmittersNeverOverlap) {
-  ScriptQueue queue;
-  std::atomic<int> inFlight = 0;
-  std::atomic<int> overlaps = 0;
-  std::vector<std::vector<int>> seen(4);  // per submitter, in the order the worker ran them
-  std::vector<std::thread> submitters;
-  for (size_t s = 0; s < seen.size(); ++s) {
-    submitters.emplace_back([&, s] {
-      std::vector<std::future<void>> done;
-      for (int i = 0; i < 50; ++i) {
-        done.push_back(queue.submit([&, s, i] {
-          if (inFlight.fetch_add(1) != 0) ++overlaps;
-          seen[s].push_back(i);
-          std::this_thread::yield();
-          inFlight.fetch_sub(1);
-        }));
-      }
-      for (auto& future : done) future.get();
-    });
-  }
-  for (auto& submitter : submitters) submitter.join();
-  EXPECT_EQ(overlaps.load(), 0);
-  for (const auto& order : seen) {
-    ASSERT_EQ(order.size(), 50u);
-    for (int i = 0; i < 50; ++i) EXPECT_EQ(order[static_cast<size_t>(i)], i);
-  }
 }
 
 TEST(ScriptQueueTest, FutureCarriesAThrownExceptionAndTheQueueGoesOn) {
