@@ -1,0 +1,55 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "core/model/records.h"
+#include "core/support/result.h"
+
+namespace velto {
+
+// Reusable decoding state: keeps the file buffer and the JSON parser (with its
+// allocations) alive between documents, so a process that reads the library on every
+// request does not fault in fresh memory each time. Not thread-safe; one per thread.
+//
+// Decoding is strict: a missing required key, a value of the wrong type, an unknown
+// browser, pin state or archive state, a date not exactly like 2026-01-31T08:15:00Z, a
+// malformed UUID, malformed JSON or a top level that is not an object fails the whole
+// document with an Error of Domain::decoding whose message names the key path, e.g.
+//   The library file is damaged: "tabs[3].savedAt" is not a date like 2026-01-31T08:15:00Z.
+// Whole numbers may be written with a zero fraction or an exponent (1.0, 1e3) as long
+// as the value is whole and fits in 64 bits. Unknown keys are ignored; a null or
+// missing optional is absent; repeated connected browsers collapse. "version" must be
+// a number, but which versions are acceptable is the store's decision.
+class LibraryDecoder {
+ public:
+  LibraryDecoder();
+  ~LibraryDecoder();
+  LibraryDecoder(const LibraryDecoder&) = delete;
+  LibraryDecoder& operator=(const LibraryDecoder&) = delete;
+
+  // Decodes library.json bytes.
+  Result<LibraryState> decode(std::string_view bytes);
+
+  // Reads the whole file into the kept buffer, then decodes it. A read failure is an
+  // Error of Domain::file naming the file and the system's reason; a decode failure an
+  // Error of Domain::decoding.
+  Result<LibraryState> decodeFile(const std::filesystem::path& file);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+// One-off decode, with the rules of LibraryDecoder.
+Result<LibraryState> decodeLibrary(std::string_view bytes);
+
+// The file form: pretty-printed, keys sorted, slashes not escaped, absent optionals
+// omitted, UUIDs upper case, dates to the whole second, non-ASCII as UTF-8. Ill-formed
+// UTF-8 in a string is written as U+FFFD, so encoding never fails. Decoding the result
+// gives back `state` with its dates truncated to the second.
+std::string encodeLibrary(const LibraryState& state);
+
+}  // namespace velto
