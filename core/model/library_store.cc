@@ -1,0 +1,130 @@
+#include "core/model/library_store.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "core/model/velto_error.h"
+
+namespace velto {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr mode_t kDirectoryMode = 0700;
+constexpr mode_t kFileMode = 0600;
+
+Error failure(std::string_view action, const fs::path& path, int error) {
+  return fileError("Could not " + std::string(action) + " \"" + path.string() +
+                   "\": " + std::generic_category().message(error) + ".");
+}
+
+// mkdir -p, with every folder it creates private to the user.
+Result<void> createDirectories(const fs::path& directory) {
+  struct stat status {};
+  if (::stat(directory.c_str(), &status) == 0) {
+    if (S_ISDIR(status.st_mode)) return {};
+    return failure("create the folder", directory, ENOTDIR);
+  }
+  const fs::path parent = directory.parent_path();
+  if (!parent.empty() && parent != directory) {
+    if (auto created = createDirectories(parent); !created.ok()) return created;
+  }
+  // EEXIST: someone else made it in the meantime, or the path ends in a separator and
+  // its parent was the folder itself.
+  if (::mkdir(directory.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
+    return failure("create the folder", directory, errno);
+  }
+  return {};
+}
+
+bool writeAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+    if (written < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    bytes.remove_prefix(static_cast<size_t>(written));
+  }
+  return true;
+}
+
+// Makes the rename itself durable, not only the file's contents.
+bool syncDirectory(const fs::path& directory) {
+  const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool synced = ::fsync(fd) == 0;
+  const int error = errno;
+  ::close(fd);
+  errno = error;
+  return synced;
+}
+
+}  // namespace
+
+LibraryStore::LibraryStore(fs::path directory) : directory_(std::move(directory)) {}
+
+Result<LibraryStore> LibraryStore::atDefaultLocation(const EnvironmentLookup& env) {
+  const std::optional<fs::path> support = Folders::applicationSupport(env);
+  if (!support) {
+    return platformError(
+        "Could not find the folder for Velto's library: the environment does not say where "
+        "the home folder is.");
+  }
+  return LibraryStore(*support / "Velto");
+}
+
+fs::path LibraryStore::fileURL() const { return directory_ / "library.json"; }
+
+Result<LibraryState> LibraryStore::load() const {
+  LibraryDecoder decoder;
+  return load(decoder);
+}
+
+Result<LibraryState> LibraryStore::load(LibraryDecoder& decoder) const {
+  const fs::path file = fileURL();
+  struct stat status {};
+  if (::stat(file.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
+    return LibraryState{};
+  }
+  Result<LibraryState> state = decoder.decodeFile(file);
+  if (state.ok() && state->version != 1) return VeltoError::newerLibrary();
+  return state;
+}
+
+Result<void> LibraryStore::save(const LibraryState& state) const {
+  if (auto created = createDirectories(directory_); !created.ok()) return created;
+  if (::chmod(directory_.c_str(), kDirectoryMode) != 0) {
+    return failure("restrict the folder", directory_, errno);
+  }
+  const std::string bytes = encodeLibrary(state);
+  const fs::path target = fileURL();
+
+  // The new document goes to a fresh file beside the old one and replaces it with one
+  // rename, so a reader never sees a partial document and a failure leaves the old one.
+  std::string temporary = (directory_ / ".library.json.XXXXXX").string();
+  const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);  // O_EXCL, mode 0600
+  if (fd < 0) return failure("save the library file", target, errno);
+  // fchmod before the rename: the file must never be visible with looser permissions,
+  // whatever the umask or the mode of the file it replaces.
+  bool written = writeAll(fd, bytes) && ::fchmod(fd, kFileMode) == 0 && ::fsync(fd) == 0;
+  int error = errno;
+  if (::close(fd) != 0 && written) {
+    written = false;
+    error = errno;
+  }
+  if (!written || ::rename(temporary.c_str(), target.c_str()) != 0) {
+    if (written) error = errno;
+    ::unlink(temporary.c_str());
+    return failure("save the library file", target, error);
+  }
+  if (!syncDirectory(directory_)) return failure("save the library file", target, errno);
+  return {};
+}
+
+}  // namespace velto
