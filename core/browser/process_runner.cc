@@ -10,7 +10,7 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 #include <utility>
 
 extern char** environ;
@@ -67,7 +67,8 @@ bool makePipe(Descriptor& readEnd, Descriptor& writeEnd) {
 }
 
 Error startFailure(const std::string& program, int error) {
-  return platformError("Could not start " + program + ": " + std::strerror(error));
+  return platformError("Could not start " + program + ": " +
+                       std::generic_category().message(error));
 }
 
 // Blocks SIGPIPE on this thread while it writes to a child that may have stopped
@@ -167,8 +168,10 @@ Result<ProcessOutput> runProcess(const std::string& program,
 
   int status = 0;
   while (::waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR)
-      return platformError("Lost track of " + program + ": " + std::strerror(errno));
+    if (errno != EINTR) {
+      return platformError("Lost track of " + program + ": " +
+                           std::generic_category().message(errno));
+    }
   }
   output.exitStatus = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
   return output;
