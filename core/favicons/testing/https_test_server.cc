@@ -169,7 +169,8 @@ void HttpsTestServer::serve(int connection) {
     const std::string path = head.substr(pathStart, head.find(' ', pathStart) - pathStart);
     std::string host = head.substr(hostStart + 8, head.find("\r\n", hostStart + 8) - hostStart - 8);
     host = host.substr(0, host.find(':'));
-    Response response{.status = 404, .body = "not found"};
+    Response response;
+    response.status = 404;
     {
       std::lock_guard lock(mutex_);
       ++requests_[host + path];
