@@ -78,14 +78,6 @@ TEST(FaviconPolicyTest, RedirectTargetsMeetTheCandidateRules) {
   EXPECT_FALSE(FaviconPolicy::allowsRedirect("https://cdn.site.org/i.png", {"*.site.org"}));
 }
 
-TEST(FaviconPolicyTest, RequestAsksForImagesWithTheTimeLimits) {
-  const auto request = FaviconPolicy::request("https://site.org/favicon.ico");
-  EXPECT_EQ(request.url, "https://site.org/favicon.ico");
-  EXPECT_EQ(request.accept, "image/*");
-  EXPECT_EQ(request.answerTimeout, std::chrono::seconds(8));
-  EXPECT_EQ(request.resourceTimeout, std::chrono::seconds(12));
-}
-
 TEST(FaviconRedirectGuardTest, FollowsAtMostThreeAllowedRedirects) {
   FaviconRedirectGuard guard({"blocked.org"});
   EXPECT_FALSE(guard.follow("https://blocked.org/i.png"));  // refused ones count too
