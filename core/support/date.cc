@@ -1,7 +1,10 @@
 #include "core/support/date.h"
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 namespace velto {
 
@@ -35,9 +38,6 @@ Date dateFromUTC(int year, unsigned month, unsigned day, unsigned hour, unsigned
 
 namespace {
 
-// Positions of the fourteen digits of 2026-01-31T08:15:00Z.
-constexpr size_t kDigitPositions[14] = {0, 1, 2, 3, 5, 6, 8, 9, 11, 12, 14, 15, 17, 18};
-
 bool isLeapYear(unsigned year) { return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0); }
 
 unsigned daysInMonth(unsigned year, unsigned month) {
@@ -45,26 +45,46 @@ unsigned daysInMonth(unsigned year, unsigned month) {
   return kDays[month - 1] + (month == 2 && isLeapYear(year) ? 1 : 0);
 }
 
+// True when every byte of `word` is at most 9: no high nibble set, and adding 6 to
+// each byte (which cannot carry once the high nibbles are clear) sets none either.
+constexpr bool allBytesBelowTen(uint64_t word) {
+  constexpr uint64_t kHigh = 0xF0F0F0F0F0F0F0F0, kSix = 0x0606060606060606;
+  return ((word & kHigh) | ((word + kSix) & kHigh)) == 0;
+}
+
+unsigned byteAt(uint64_t word, unsigned index) { return (word >> (8 * index)) & 0xff; }
+
+unsigned twoDigits(uint64_t word, unsigned index) {
+  return byteAt(word, index) * 10 + byteAt(word, index + 1);
+}
+
 }  // namespace
 
 std::optional<Date> parseISO8601(std::string_view text) {
   // A large library holds a couple of hundred thousand dates that are read on every
-  // load, so the digits are checked together instead of one branch at a time.
-  if (text.size() != 20 || text[4] != '-' || text[7] != '-' || text[10] != 'T' ||
-      text[13] != ':' || text[16] != ':' || text[19] != 'Z') {
+  // load, so the text is checked as three words instead of character by character:
+  // "2026-01-", "31T08:15" and ":00Z". XOR with the form turns each digit into its value
+  // and each correct separator into zero.
+  static_assert(std::endian::native == std::endian::little);
+  if (text.size() != 20) return std::nullopt;
+  uint64_t date = 0, time = 0;
+  uint32_t end = 0;
+  std::memcpy(&date, text.data(), 8);
+  std::memcpy(&time, text.data() + 8, 8);
+  std::memcpy(&end, text.data() + 16, 4);
+  date ^= 0x2D30302D30303030;  // "0000-00-"
+  time ^= 0x30303A3030543030;  // "00T00:00"
+  end ^= 0x5A30303A;           // ":00Z"
+  const uint64_t separators =
+      (date & 0xFF0000FF00000000) | (time & 0x0000FF0000FF0000) | (end & 0xFF0000FF);
+  if (separators != 0 || !allBytesBelowTen(date) || !allBytesBelowTen(time) ||
+      !allBytesBelowTen(end)) {
     return std::nullopt;
   }
-  unsigned digit[14];
-  unsigned notDigit = 0;
-  for (size_t i = 0; i < 14; ++i) {
-    digit[i] = static_cast<unsigned>(static_cast<unsigned char>(text[kDigitPositions[i]]) - '0');
-    notDigit |= digit[i] > 9;
-  }
-  if (notDigit) return std::nullopt;
-  const unsigned year = digit[0] * 1000 + digit[1] * 100 + digit[2] * 10 + digit[3];
-  const unsigned month = digit[4] * 10 + digit[5], day = digit[6] * 10 + digit[7];
-  const unsigned hour = digit[8] * 10 + digit[9], minute = digit[10] * 10 + digit[11];
-  const unsigned second = digit[12] * 10 + digit[13];
+  const unsigned year = twoDigits(date, 0) * 100 + twoDigits(date, 2);
+  const unsigned month = twoDigits(date, 5), day = twoDigits(time, 0);
+  const unsigned hour = twoDigits(time, 3), minute = twoDigits(time, 6);
+  const unsigned second = twoDigits(end, 1);
   if (month < 1 || month > 12 || day < 1 || day > daysInMonth(year, month) || hour > 23 ||
       minute > 59 || second > 59) {
     return std::nullopt;
