@@ -143,6 +143,8 @@ TEST_F(LibraryCodecTest, EveryMalformedValueFailsTheDocumentNamingItsPath) {
       {"/liveTabs/0/pinState", removed, "\"liveTabs[0].pinState\" is missing"},
       {"/tabs/0/savedAt", "2026-02-30T08:15:00Z", "\"tabs[0].savedAt\" is not a date"},
       {"/tabs/0/savedAt", "2026-01-31T08:15:00+00:00", "is not a date"},
+      {"/tabs/0/savedAt", "2026-01-31T08:15:0:Z", "is not a date"},
+      {"/tabs/0/savedAt", "2026-01-31T08/15:00Z", "is not a date"},
       {"/tabs/0/closedAt", 1769847300, "\"tabs[0].closedAt\" is not a date"},
       {"/clients/0/createdAt", nullptr, "\"clients[0].createdAt\" is not a date"},
       {"/liveUpdatedAt", "yesterday", "\"liveUpdatedAt\" is not a date"},
