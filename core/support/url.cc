@@ -92,7 +92,7 @@ std::optional<Url> Url::parse(std::string_view input) {
   }
   // Rebuild the path from its segments: uriparser keeps them as a list.
   if (uri.absolutePath || (rangePresent(uri.hostText) && uri.pathHead != nullptr)) {
-    url.path = "/";
+    url.path.push_back('/');
   }
   for (const UriPathSegmentA* segment = uri.pathHead; segment; segment = segment->next) {
     if (segment != uri.pathHead) url.path.push_back('/');
@@ -106,16 +106,21 @@ std::optional<Url> Url::parse(std::string_view input) {
 }
 
 std::string Url::text() const {
-  std::string out = scheme + ":";
+  // Appends only: g++ 12 warns falsely (-Wrestrict) on chains of operator+ with literals.
+  std::string out = scheme;
+  out.push_back(':');
   if (hasHost) {
-    out += "//";
-    if (userInfo) out += *userInfo + "@";
-    out += host.find(':') != std::string::npos ? "[" + host + "]" : host;
-    if (port) out += ":" + std::to_string(*port);
+    out.append("//");
+    if (userInfo) out.append(*userInfo).push_back('@');
+    const bool bracketed = host.find(':') != std::string::npos;
+    if (bracketed) out.push_back('[');
+    out.append(host);
+    if (bracketed) out.push_back(']');
+    if (port) out.append(":").append(std::to_string(*port));
   }
-  out += path;
-  if (query) out += "?" + *query;
-  if (fragment) out += "#" + *fragment;
+  out.append(path);
+  if (query) out.append("?").append(*query);
+  if (fragment) out.append("#").append(*fragment);
   return out;
 }
 
