@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iomanip>
 #include <nlohmann/json.hpp>
 #include <span>
 #include <string_view>
@@ -100,7 +99,73 @@ back under the tab limit. Nothing is closed. --json prints the same as one JSON 
 // How long the app's snapshot of open tabs is taken to describe the present.
 constexpr double kFreshSnapshotSeconds = 120;
 constexpr size_t kTitleColumn = 40;
+constexpr size_t kURLColumn = 200;
 constexpr size_t kShownHashDigits = 8;
+
+// ---- text
+
+bool isContinuationByte(char ch) { return (static_cast<unsigned char>(ch) & 0xc0) == 0x80; }
+
+size_t codePoints(std::string_view text) {
+  return static_cast<size_t>(
+      std::count_if(text.begin(), text.end(), [](char ch) { return !isContinuationByte(ch); }));
+}
+
+// Text for one table cell or message: valid UTF-8, control characters as spaces, at most
+// `width` code points, the last one an ellipsis when the text was cut.
+std::string cell(std::string_view text, size_t width = kTitleColumn) {
+  std::string clean = sanitizedUTF8(text);
+  std::replace_if(
+      clean.begin(), clean.end(),
+      [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7f; }, ' ');
+  if (codePoints(clean) <= width) return clean;
+  size_t cut = 0;
+  for (size_t points = 0; cut < clean.size(); ++cut) {
+    if (!isContinuationByte(clean[cut]) && points++ == width - 1) break;
+  }
+  return clean.substr(0, cut) + "\u2026";
+}
+
+// `text` as a cell between double quotes. Built by appends: g++ 12 warns falsely about a
+// literal joined to a temporary string.
+std::string inQuotes(std::string_view text) {
+  std::string out = "\"";
+  out += cell(text);
+  out += '"';
+  return out;
+}
+
+// "45 seconds", "1 minute", "3 hours", "12 days": whole units, rounded down.
+std::string duration(double seconds) {
+  const auto whole = static_cast<int64_t>(std::max(0.0, std::floor(seconds)));
+  const auto unit = [](int64_t n, std::string_view name) {
+    return std::to_string(n) + " " + std::string(name) + (n == 1 ? "" : "s");
+  };
+  if (whole < 60) return unit(whole, "second");
+  if (whole < 3600) return unit(whole / 60, "minute");
+  if (whole < 86400) return unit(whole / 3600, "hour");
+  return unit(whole / 86400, "day");
+}
+
+// Rows as columns separated by two spaces; the last column is not padded.
+void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows,
+                std::string_view indent = "") {
+  std::vector<size_t> widths;
+  for (const auto& row : rows) {
+    widths.resize(std::max(widths.size(), row.size()), 0);
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], codePoints(row[i]));
+  }
+  for (const auto& row : rows) {
+    out << indent;
+    for (size_t i = 0; i < row.size(); ++i) {
+      out << row[i];
+      if (i + 1 < row.size()) out << std::string(widths[i] - codePoints(row[i]) + 2, ' ');
+    }
+    out << '\n';
+  }
+}
+
+// ---- outcomes, arguments and the library
 
 int fail(CommandContext& c, int status, std::string_view message) {
   c.err << "velto: " << message << '\n';
@@ -122,130 +187,82 @@ int help(CommandContext& c, std::string_view text) {
   return kExitSuccess;
 }
 
-// The arguments of one command: `--help` anywhere asks for its help; other words that
-// start with "-" must be among `flags`; "--" ends the options.
+// What one command accepts.
+struct CommandSpec {
+  std::string_view name;  // its words after "velto", e.g. "clients add"
+  std::string_view help;
+  size_t positional;        // how many words it takes besides options
+  std::string_view misuse;  // said when that number is wrong
+  std::initializer_list<std::string_view> flags = {};
+};
+
+// A command's arguments. `exit` is set when the command is already done: --help (given
+// anywhere) printed its help, or the arguments were wrong and that was reported. "--"
+// ends the options.
 struct Arguments {
   std::vector<std::string> positional;
   std::vector<std::string> flags;
-  bool help = false;
-  std::string unknown;  // the first option that is not allowed
+  std::optional<int> exit;
 
   bool has(std::string_view flag) const {
     return std::find(flags.begin(), flags.end(), flag) != flags.end();
   }
 };
 
-Arguments parse(Args args, std::initializer_list<std::string_view> allowed) {
+Arguments parse(CommandContext& c, Args args, const CommandSpec& spec) {
   Arguments parsed;
   bool optionsEnded = false;
+  std::string unknown;
   for (const std::string& arg : args) {
     if (optionsEnded || arg.size() < 2 || arg[0] != '-') {
       parsed.positional.push_back(arg);
     } else if (arg == "--") {
       optionsEnded = true;
     } else if (arg == "--help" || arg == "-h") {
-      parsed.help = true;
-    } else if (std::find(allowed.begin(), allowed.end(), arg) != allowed.end()) {
+      parsed.exit = help(c, spec.help);
+      return parsed;
+    } else if (std::find(spec.flags.begin(), spec.flags.end(), arg) != spec.flags.end()) {
       parsed.flags.push_back(arg);
-    } else if (parsed.unknown.empty()) {
-      parsed.unknown = arg;
+    } else if (unknown.empty()) {
+      unknown = arg;
     }
+  }
+  if (!unknown.empty()) {
+    parsed.exit = usage(c, std::string("unknown option ") + cell(unknown), spec.name);
+  } else if (parsed.positional.size() != spec.positional) {
+    parsed.exit = usage(c, spec.misuse, spec.name);
   }
   return parsed;
 }
 
-// Where the library is, or absent after reporting why there is none.
-std::optional<LibraryStore> openStore(CommandContext& c) {
+struct Library {
+  LibraryStore store;
+  LibraryState state;
+};
+
+// The library as stored now, or absent after reporting why it cannot be had.
+std::optional<Library> openLibrary(CommandContext& c) {
   Result<LibraryStore> store = LibraryStore::atDefaultLocation(c.env);
   if (!store.ok()) {
     fail(c, kExitFailure, store.error().message);
     return std::nullopt;
   }
-  return std::move(*store);
-}
-
-std::optional<LibraryState> load(CommandContext& c, const LibraryStore& store) {
-  Result<LibraryState> state = store.load();
+  Result<LibraryState> state = store->load();
   if (!state.ok()) {
     fail(c, kExitFailure, state.error().message);
     return std::nullopt;
   }
-  return std::move(*state);
+  return Library{std::move(*store), std::move(*state)};
 }
 
-int save(CommandContext& c, const LibraryStore& store, const LibraryState& state) {
-  if (const Result<void> saved = store.save(state); !saved.ok()) {
+int save(CommandContext& c, const Library& library) {
+  if (const Result<void> saved = library.store.save(library.state); !saved.ok()) {
     return fail(c, kExitFailure, saved.error().message);
   }
   return kExitSuccess;
 }
 
-// "45 seconds", "1 minute", "3 hours", "12 days": whole units, rounded down.
-std::string duration(double seconds) {
-  const auto whole = static_cast<int64_t>(std::max(0.0, std::floor(seconds)));
-  const auto unit = [](int64_t n, std::string_view name) {
-    return std::to_string(n) + " " + std::string(name) + (n == 1 ? "" : "s");
-  };
-  if (whole < 60) return unit(whole, "second");
-  if (whole < 3600) return unit(whole / 60, "minute");
-  if (whole < 86400) return unit(whole / 3600, "hour");
-  return unit(whole / 86400, "day");
-}
-
-// Text for one table cell: valid UTF-8, control characters as spaces, at most `width`
-// code points (the last one an ellipsis when cut).
-std::string cell(std::string_view text, size_t width) {
-  std::string clean = sanitizedUTF8(text);
-  std::replace_if(
-      clean.begin(), clean.end(),
-      [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7f; }, ' ');
-  size_t points = 0;
-  for (size_t i = 0; i < clean.size(); ++i) {
-    if ((static_cast<unsigned char>(clean[i]) & 0xc0) == 0x80) continue;
-    if (++points == width) {
-      size_t rest = i + 1;
-      while (rest < clean.size() && (static_cast<unsigned char>(clean[rest]) & 0xc0) == 0x80)
-        ++rest;
-      if (rest < clean.size()) return clean.substr(0, i) + "\u2026";
-    }
-  }
-  return clean;
-}
-
-size_t codePoints(std::string_view text) {
-  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char ch) {
-    return (static_cast<unsigned char>(ch) & 0xc0) != 0x80;
-  }));
-}
-
-// Prints rows as columns separated by two spaces; the last column is not padded.
-void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows,
-                std::string_view indent = "") {
-  std::vector<size_t> widths;
-  for (const auto& row : rows) {
-    widths.resize(std::max(widths.size(), row.size()), 0);
-    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], codePoints(row[i]));
-  }
-  for (const auto& row : rows) {
-    out << indent;
-    for (size_t i = 0; i < row.size(); ++i) {
-      out << row[i];
-      if (i + 1 < row.size()) out << std::string(widths[i] - codePoints(row[i]) + 2, ' ');
-    }
-    out << '\n';
-  }
-}
-
 // ---- clients
-
-std::optional<Uuid> clientID(CommandContext& c, const std::string& text, std::string_view command) {
-  const auto id = Uuid::parse(text);
-  if (!id) {
-    usage(c, "\"" + cell(text, 40) + "\" is not a client id; ids look like " + Uuid{}.text(),
-          command);
-  }
-  return id;
-}
 
 // VeltoMCP beside the running velto, absolute and with links resolved.
 std::string serverCommand(CommandContext& c) {
@@ -283,37 +300,31 @@ Json serverEnvironment(CommandContext& c, const LibraryStore& store, const Clien
 }
 
 int addClient(CommandContext& c, Args args) {
-  const Arguments a = parse(args, {"--allow-reopen"});
-  if (a.help) return help(c, kAddHelp);
-  if (!a.unknown.empty()) return usage(c, "unknown option " + a.unknown, "clients add");
-  if (a.positional.size() != 1) return usage(c, "give the client one NAME", "clients add");
+  const Arguments a =
+      parse(c, args, {"clients add", kAddHelp, 1, "give the client one NAME", {"--allow-reopen"}});
+  if (a.exit) return *a.exit;
   const std::string& name = a.positional.front();
   if (splitAtWhitespace(name).empty()) return usage(c, "the client name is empty", "clients add");
   if (!isValidUTF8(name)) return usage(c, "the client name is not valid UTF-8", "clients add");
 
-  const auto store = openStore(c);
-  if (!store) return kExitFailure;
-  auto state = load(c, *store);
-  if (!state) return kExitFailure;
-
+  auto library = openLibrary(c);
+  if (!library) return kExitFailure;
   Result<std::string> token = ClientAuthorization::newToken();
   if (!token.ok()) return fail(c, kExitFailure, token.error().message);
   const std::optional<Uuid> id = Uuid::random();
   if (!id) return fail(c, kExitFailure, VeltoError::secureKeyUnavailable().message);
   const ClientGrant grant{*id, name, ClientAuthorization::hash(*token), a.has("--allow-reopen"),
                           c.clock()};
-  state->clients.push_back(grant);
-  if (const int saved = save(c, *store, *state); saved != kExitSuccess) return saved;
+  library->state.clients.push_back(grant);
+  if (const int saved = save(c, *library); saved != kExitSuccess) return saved;
 
-  const Json config = {
-      {"mcpServers",
-       {{"velto",
-         {{"command", serverCommand(c)}, {"env", serverEnvironment(c, *store, grant, *token)}}}}}};
-  c.out << "Added client \"" << cell(name, kTitleColumn) << "\" to " << store->fileURL().string()
-        << ".\n"
-        << "Client id: " << grant.id.text() << '\n'
-        << "Token:     " << *token << '\n'
-        << "The token is shown only this once: the library keeps only its hash.\n"
+  const Json config = {{"mcpServers",
+                        {{"velto",
+                          {{"command", serverCommand(c)},
+                           {"env", serverEnvironment(c, library->store, grant, *token)}}}}}};
+  c.out << "Added client \"" << cell(name) << "\" to " << library->store.fileURL().string()
+        << ".\nClient id: " << grant.id.text() << "\nToken:     " << *token
+        << "\nThe token is shown only this once: the library keeps only its hash.\n"
         << (grant.allowReopen ? "This client may reopen saved tabs.\n"
                               : "This client may list and search tabs but not reopen them.\n")
         << "\nAdd this to the MCP client's configuration:\n"
@@ -322,51 +333,47 @@ int addClient(CommandContext& c, Args args) {
 }
 
 int listClients(CommandContext& c, Args args) {
-  const Arguments a = parse(args, {});
-  if (a.help) return help(c, kListHelp);
-  if (!a.unknown.empty()) return usage(c, "unknown option " + a.unknown, "clients list");
-  if (!a.positional.empty()) return usage(c, "clients list takes no arguments", "clients list");
-  const auto store = openStore(c);
-  if (!store) return kExitFailure;
-  const auto state = load(c, *store);
-  if (!state) return kExitFailure;
-  if (state->clients.empty()) {
+  const Arguments a = parse(c, args, {"clients list", kListHelp, 0, "it takes no arguments"});
+  if (a.exit) return *a.exit;
+  const auto library = openLibrary(c);
+  if (!library) return kExitFailure;
+  if (library->state.clients.empty()) {
     c.out << "No clients. Add one with: velto clients add NAME\n";
     return kExitSuccess;
   }
   std::vector<std::vector<std::string>> rows{{"ID", "NAME", "REOPEN", "ADDED", "TOKEN HASH"}};
-  for (const ClientGrant& grant : state->clients) {
-    rows.push_back(
-        {grant.id.text(), cell(grant.name, kTitleColumn), grant.allowReopen ? "yes" : "no",
-         formatISO8601(grant.createdAt),
-         cell(grant.tokenHash.substr(0, kShownHashDigits), kShownHashDigits) + "\u2026"});
+  for (const ClientGrant& grant : library->state.clients) {
+    rows.push_back({grant.id.text(), cell(grant.name), grant.allowReopen ? "yes" : "no",
+                    formatISO8601(grant.createdAt),
+                    cell(grant.tokenHash.substr(0, kShownHashDigits)) + "\u2026"});
   }
   printTable(c.out, rows);
   return kExitSuccess;
 }
 
-// Loads the library, hands every grant with the id to `change`, and saves. The id must
-// name at least one grant.
+// Loads the library, lets `change` edit the grants whose id is `idText`, and saves. The
+// id must parse and name at least one grant.
 int changeClients(CommandContext& c, const std::string& idText, std::string_view command,
                   const std::function<void(std::vector<ClientGrant>&, const Uuid&)>& change) {
-  const auto id = clientID(c, idText, command);
-  if (!id) return kExitUsage;
-  const auto store = openStore(c);
-  if (!store) return kExitFailure;
-  auto state = load(c, *store);
-  if (!state) return kExitFailure;
-  const bool known = std::any_of(state->clients.begin(), state->clients.end(),
-                                 [&](const ClientGrant& grant) { return grant.id == *id; });
-  if (!known) return fail(c, kExitFailure, "there is no client with id " + id->text());
-  change(state->clients, *id);
-  return save(c, *store, *state);
+  const auto id = Uuid::parse(idText);
+  if (!id) {
+    return usage(c, inQuotes(idText) + " is not a client id; ids look like " + Uuid{}.text(),
+                 command);
+  }
+  auto library = openLibrary(c);
+  if (!library) return kExitFailure;
+  auto& clients = library->state.clients;
+  if (std::none_of(clients.begin(), clients.end(),
+                   [&](const ClientGrant& g) { return g.id == *id; })) {
+    return fail(c, kExitFailure, "there is no client with id " + id->text());
+  }
+  change(clients, *id);
+  return save(c, *library);
 }
 
 int removeClient(CommandContext& c, Args args) {
-  const Arguments a = parse(args, {});
-  if (a.help) return help(c, kRemoveHelp);
-  if (!a.unknown.empty()) return usage(c, "unknown option " + a.unknown, "clients remove");
-  if (a.positional.size() != 1) return usage(c, "give one client ID", "clients remove");
+  const Arguments a = parse(c, args, {"clients remove", kRemoveHelp, 1, "give one client ID"});
+  if (a.exit) return *a.exit;
   std::string removed;
   const int status = changeClients(
       c, a.positional[0], "clients remove", [&](std::vector<ClientGrant>& clients, const Uuid& id) {
@@ -374,28 +381,25 @@ int removeClient(CommandContext& c, Args args) {
         removed = std::find_if(clients.begin(), clients.end(), matches)->name;
         std::erase_if(clients, matches);
       });
-  if (status == kExitSuccess)
-    c.out << "Removed client \"" << cell(removed, kTitleColumn) << "\".\n";
+  if (status == kExitSuccess) c.out << "Removed client \"" << cell(removed) << "\".\n";
   return status;
 }
 
 int setReopen(CommandContext& c, Args args) {
-  const Arguments a = parse(args, {});
-  if (a.help) return help(c, kReopenHelp);
-  if (!a.unknown.empty()) return usage(c, "unknown option " + a.unknown, "clients reopen");
-  if (a.positional.size() != 2 || (a.positional[1] != "on" && a.positional[1] != "off")) {
-    return usage(c, "give a client ID and on or off", "clients reopen");
-  }
-  const bool allow = a.positional[1] == "on";
+  constexpr std::string_view kMisuse = "give a client ID and on or off";
+  const Arguments a = parse(c, args, {"clients reopen", kReopenHelp, 2, kMisuse});
+  if (a.exit) return *a.exit;
+  const std::string& value = a.positional[1];
+  if (value != "on" && value != "off") return usage(c, kMisuse, "clients reopen");
   const int status = changeClients(c, a.positional[0], "clients reopen",
                                    [&](std::vector<ClientGrant>& clients, const Uuid& id) {
                                      for (ClientGrant& grant : clients) {
-                                       if (grant.id == id) grant.allowReopen = allow;
+                                       if (grant.id == id) grant.allowReopen = value == "on";
                                      }
                                    });
   if (status == kExitSuccess) {
-    c.out << (allow ? "The client may now reopen saved tabs.\n"
-                    : "The client may no longer reopen saved tabs.\n");
+    c.out << (value == "on" ? "The client may now reopen saved tabs.\n"
+                            : "The client may no longer reopen saved tabs.\n");
   }
   return status;
 }
@@ -408,43 +412,36 @@ int clients(CommandContext& c, Args args) {
   if (sub == "list") return listClients(c, args.subspan(1));
   if (sub == "remove") return removeClient(c, args.subspan(1));
   if (sub == "reopen") return setReopen(c, args.subspan(1));
-  return usage(c, "unknown clients command \"" + cell(sub, 40) + "\"", "clients");
+  return usage(c, "unknown clients command " + inQuotes(sub), "clients");
 }
 
 // ---- status and suggest
 
 int status(CommandContext& c, Args args) {
-  const Arguments a = parse(args, {});
-  if (a.help) return help(c, kStatusHelp);
-  if (!a.unknown.empty()) return usage(c, "unknown option " + a.unknown, "status");
-  if (!a.positional.empty()) return usage(c, "status takes no arguments", "status");
-  const auto store = openStore(c);
-  if (!store) return kExitFailure;
-  const auto state = load(c, *store);
-  if (!state) return kExitFailure;
+  const Arguments a = parse(c, args, {"status", kStatusHelp, 0, "it takes no arguments"});
+  if (a.exit) return *a.exit;
+  const auto library = openLibrary(c);
+  if (!library) return kExitFailure;
+  const LibraryState& state = library->state;
 
   const Date now = c.clock();
-  const LibrarySummary summary(*state, now);
-  std::error_code error;
-  const bool exists = fs::exists(store->fileURL(), error);
-  std::string open;
-  if (summary.openTabs) {
-    open = std::to_string(*summary.openTabs) + " (snapshot " +
-           duration(secondsBetween(*state->liveUpdatedAt, now)) + " old)";
-  } else if (state->liveUpdatedAt) {
-    open = "unknown (the last snapshot is " + duration(secondsBetween(*state->liveUpdatedAt, now)) +
-           " old)";
-  } else {
-    open = "unknown (no snapshot yet)";
+  const LibrarySummary summary(state, now);
+  std::string open = "unknown (no snapshot yet)";
+  if (state.liveUpdatedAt) {
+    const std::string age = duration(secondsBetween(*state.liveUpdatedAt, now));
+    open = summary.openTabs ? std::to_string(*summary.openTabs) + " (snapshot " + age + " old)"
+                            : "unknown (the last snapshot is " + age + " old)";
   }
-  const auto reopeners = std::count_if(state->clients.begin(), state->clients.end(),
+  std::error_code error;
+  const bool exists = fs::exists(library->store.fileURL(), error);
+  const auto reopeners = std::count_if(state.clients.begin(), state.clients.end(),
                                        [](const ClientGrant& g) { return g.allowReopen; });
   std::vector<std::vector<std::string>> rows{
-      {"Library:", store->fileURL().string() + (exists ? "" : " (not created yet)")},
+      {"Library:", library->store.fileURL().string() + (exists ? "" : " (not created yet)")},
       {"Library tabs:", std::to_string(summary.tabs.size())},
       {"Closed tabs:", std::to_string(summary.closedTabs.size())},
       {"Open tabs:", open},
-      {"Clients:", std::to_string(state->clients.size()) + " (" + std::to_string(reopeners) +
+      {"Clients:", std::to_string(state.clients.size()) + " (" + std::to_string(reopeners) +
                        " may reopen tabs)"}};
   if (const auto pressure = currentMemoryPressure()) {
     rows.push_back({"Memory pressure:", std::string(displayName(*pressure))});
@@ -453,69 +450,67 @@ int status(CommandContext& c, Args args) {
   return kExitSuccess;
 }
 
-Json tabJson(const LiveTab& tab, const Preferences& preferences, Date now) {
-  return {{"id", tab.id},
-          {"browser", rawValue(tab.browser)},
-          {"windowID", tab.windowID},
-          {"index", tab.index},
-          {"title", tab.title},
-          {"url", tab.url},
-          {"lastUsed", formatISO8601(TabPolicy::lastUsed(tab, preferences, now))}};
-}
-
 void printTabs(std::ostream& out, std::string_view heading, const std::vector<LiveTab>& tabs,
                const Preferences& preferences, Date now) {
   out << heading << ": " << (tabs.empty() ? "none" : std::to_string(tabs.size())) << '\n';
   if (tabs.empty()) return;
   std::vector<std::vector<std::string>> rows{{"BROWSER", "LAST USED", "TITLE", "URL"}};
   for (const LiveTab& tab : tabs) {
-    rows.push_back(
-        {std::string(displayName(tab.browser)),
-         duration(secondsBetween(TabPolicy::lastUsed(tab, preferences, now), now)) + " ago",
-         cell(tab.title, kTitleColumn), cell(tab.url, 200)});
+    const Date lastUsed = TabPolicy::lastUsed(tab, preferences, now);
+    rows.push_back({std::string(displayName(tab.browser)),
+                    duration(secondsBetween(lastUsed, now)) + " ago", cell(tab.title),
+                    cell(tab.url, kURLColumn)});
   }
   printTable(out, rows, "  ");
 }
 
-int suggest(CommandContext& c, Args args) {
-  const Arguments a = parse(args, {"--json"});
-  if (a.help) return help(c, kSuggestHelp);
-  if (!a.unknown.empty()) return usage(c, "unknown option " + a.unknown, "suggest");
-  if (!a.positional.empty()) return usage(c, "suggest takes no arguments", "suggest");
-  const auto store = openStore(c);
-  if (!store) return kExitFailure;
-  const auto state = load(c, *store);
-  if (!state) return kExitFailure;
+Json tabsJson(const std::vector<LiveTab>& tabs, const Preferences& preferences, Date now) {
+  Json array = Json::array();
+  for (const LiveTab& tab : tabs) {
+    array.push_back({{"id", tab.id},
+                     {"browser", rawValue(tab.browser)},
+                     {"windowID", tab.windowID},
+                     {"index", tab.index},
+                     {"title", tab.title},
+                     {"url", tab.url},
+                     {"lastUsed", formatISO8601(TabPolicy::lastUsed(tab, preferences, now))}});
+  }
+  return array;
+}
 
+int suggest(CommandContext& c, Args args) {
+  const Arguments a =
+      parse(c, args, {"suggest", kSuggestHelp, 0, "it takes no arguments", {"--json"}});
+  if (a.exit) return *a.exit;
+  const auto library = openLibrary(c);
+  if (!library) return kExitFailure;
+  const LibraryState& state = library->state;
+  const Preferences& preferences = state.preferences;
   const Date now = c.clock();
-  const Preferences& preferences = state->preferences;
-  const CleanupSuggestion cleanup(state->liveTabs, preferences, now);
-  const TabBudgetSuggestion budget(state->liveTabs, std::nullopt, preferences, now);
+  const CleanupSuggestion cleanup(state.liveTabs, preferences, now);
+  const TabBudgetSuggestion budget(state.liveTabs, std::nullopt, preferences, now);
 
   if (a.has("--json")) {
-    const auto list = [&](const std::vector<LiveTab>& tabs) {
-      Json array = Json::array();
-      for (const LiveTab& tab : tabs) array.push_back(tabJson(tab, preferences, now));
-      return array;
-    };
     const Json result = {
-        {"snapshotAt", state->liveUpdatedAt ? Json(formatISO8601(*state->liveUpdatedAt)) : Json()},
-        {"cleanup", {{"idle", list(cleanup.tabs)}, {"duplicates", list(cleanup.duplicates)}}},
+        {"snapshotAt", state.liveUpdatedAt ? Json(formatISO8601(*state.liveUpdatedAt)) : Json()},
+        {"cleanup",
+         {{"idle", tabsJson(cleanup.tabs, preferences, now)},
+          {"duplicates", tabsJson(cleanup.duplicates, preferences, now)}}},
         {"tabBudget",
          {{"totalCount", budget.totalCount},
           {"limit", budget.limit},
           {"overflow", budget.overflow()},
-          {"tabs", list(budget.tabs)}}}};
+          {"tabs", tabsJson(budget.tabs, preferences, now)}}}};
     c.out << result.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
     return kExitSuccess;
   }
 
-  if (!state->liveUpdatedAt) {
+  if (!state.liveUpdatedAt) {
     c.out << "The library holds no snapshot of open tabs yet.\n";
     return kExitSuccess;
   }
-  const double age = secondsBetween(*state->liveUpdatedAt, now);
-  c.out << "Snapshot of " << state->liveTabs.size() << " open tabs, taken " << duration(age)
+  const double age = secondsBetween(*state.liveUpdatedAt, now);
+  c.out << "Snapshot of " << state.liveTabs.size() << " open tabs, taken " << duration(age)
         << " ago" << (age >= kFreshSnapshotSeconds ? " (it may be out of date)" : "") << ".\n\n";
   printTabs(c.out, "Idle tabs, longest unused first", cleanup.tabs, preferences, now);
   c.out << '\n';
@@ -539,7 +534,7 @@ int runCommand(const std::vector<std::string>& argv, CommandContext& c) {
   if (command == "clients") return clients(c, args.subspan(1));
   if (command == "status") return status(c, args.subspan(1));
   if (command == "suggest") return suggest(c, args.subspan(1));
-  return usage(c, "unknown command \"" + cell(command, 40) + "\"", "");
+  return usage(c, "unknown command " + inQuotes(command), "");
 }
 
 }  // namespace velto

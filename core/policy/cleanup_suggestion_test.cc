@@ -2,40 +2,30 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
 namespace velto {
 namespace {
 
 const Date kNow = dateFromUTC(2026, 3, 1, 12, 0, 0);
 constexpr double kHour = 3600;
 
-Date ago(double seconds) { return addingSeconds(kNow, -seconds); }
-
-// An unpinned, inactive Chrome tab in window 1 last used two days ago; `change` adjusts it.
-LiveTab tab(std::string id, std::string url, const std::function<void(LiveTab&)>& change = {}) {
+// An unpinned, inactive Chrome tab in window 1, last used two days ago, titled by its id.
+// Flags: A active, P pinned, R used a minute ago, 1/2 a Safari tab in window 1/2, E Edge.
+LiveTab tab(std::string id, std::string url, std::string_view flags = "") {
   LiveTab t;
-  t.id = std::move(id);
-  t.browser = Browser::chrome;
+  t.id = t.title = std::move(id);
+  t.url = std::move(url);
+  t.browser = flags.find('E') != flags.npos ? Browser::edge : Browser::chrome;
   t.windowID = 1;
   t.index = 10;
-  t.title = t.id;
-  t.url = std::move(url);
-  t.pinState = PinState::unpinned;
-  t.lastActiveAt = ago(48 * kHour);
-  t.observedAt = ago(5);
-  if (change) change(t);
-  return t;
-}
-
-const auto active = [](LiveTab& t) { t.isActive = true; };
-const auto pinned = [](LiveTab& t) { t.pinState = PinState::pinned; };
-const auto recent = [](LiveTab& t) { t.lastActiveAt = ago(60); };
-std::function<void(LiveTab&)> safariWindow(int64_t window) {
-  return [window](LiveTab& t) {
+  t.pinState = flags.find('P') != flags.npos ? PinState::pinned : PinState::unpinned;
+  t.isActive = flags.find('A') != flags.npos;
+  t.lastActiveAt = addingSeconds(kNow, flags.find('R') != flags.npos ? -60 : -48 * kHour);
+  for (char window : {'1', '2'}) {
+    if (flags.find(window) == flags.npos) continue;
     t.browser = Browser::safari;
-    t.windowID = window;
-  };
+    t.windowID = window - '0';
+  }
+  return t;
 }
 
 Preferences prefs() {
@@ -51,59 +41,38 @@ std::vector<std::string> ids(const std::vector<LiveTab>& tabs) {
   return out;
 }
 
-class CleanupSuggestionTest : public ::testing::Test {
- protected:
-  void TearDown() override { Preferences::setIdleSecondsOverride(std::nullopt); }
-};
-
-TEST_F(CleanupSuggestionTest, DuplicateGroupsAndKeepers) {
+TEST(CleanupSuggestionTest, DuplicateGroupsKeepersAndSafariKeys) {
   const std::string u = "https://news.example/a";
   struct Case {
     const char* name;
     std::vector<LiveTab> snapshot;
-    std::vector<std::string> duplicates;
-    std::vector<std::string> idle;
+    std::vector<std::string> duplicates, idle;
   };
   const Case cases[] = {
       {"empty snapshot", {}, {}, {}},
       {"first of three is kept", {tab("a", u), tab("b", u), tab("c", u)}, {"b", "c"}, {"a"}},
-      {"the active member is kept", {tab("a", u), tab("b", u, active)}, {"a"}, {}},
       {"the first active member is kept",
-       {tab("a", u), tab("b", u, active), tab("c", u, active)},
+       {tab("a", u), tab("b", u, "A"), tab("c", u, "A")},
        {"a"},
        {}},
-      {"a pinned surplus copy is not listed, nor the keeper",
-       {tab("a", u, recent), tab("b", u, pinned)},
-       {},
-       {}},
+      {"a pinned copy is not listed, nor the keeper", {tab("a", u, "R"), tab("b", u, "P")}, {}, {}},
       {"a member with the keeper's id counts as the keeper",
        {tab("a", u), tab("a", u), tab("b", u)},
        {"b"},
        {"a", "a"}},
-      {"chrome copies in one window pair up", {tab("a", u), tab("b", u)}, {"b"}, {"a"}},
       {"safari copies in one window are never proposed",
-       {tab("a", u, safariWindow(1)), tab("b", u, safariWindow(1))},
+       {tab("a", u, "1"), tab("b", u, "1")},
        {},
        {}},
-      {"an active safari twin still makes the other unclosable",
-       {tab("a", u, safariWindow(1)), tab("b", u,
-                                          [](LiveTab& t) {
-                                            safariWindow(1)(t);
-                                            active(t);
-                                          })},
+      {"an active safari twin still blocks the other",
+       {tab("a", u, "1"), tab("b", u, "1A")},
        {},
        {}},
-      {"safari copies in two windows pair up",
-       {tab("a", u, safariWindow(1)), tab("b", u, safariWindow(2))},
-       {"b"},
-       {"a"}},
-      {"a safari and a chrome copy pair up",
-       {tab("a", u, safariWindow(1)), tab("b", u)},
-       {"b"},
-       {"a"}},
+      {"safari copies in two windows pair up", {tab("a", u, "1"), tab("b", u, "2")}, {"b"}, {"a"}},
+      {"a safari and a chrome copy pair up", {tab("a", u, "1"), tab("b", u)}, {"b"}, {"a"}},
       {"unconnected and excluded tabs do not join a group",
-       {tab("a", u, [](LiveTab& t) { t.browser = Browser::edge; }), tab("b", u),
-        tab("c", "https://bank.example/x"), tab("d", "https://www.bank.example/x")},
+       {tab("a", u, "E"), tab("b", u), tab("c", "https://bank.example/"),
+        tab("d", "https://www.bank.example/")},
        {},
        {"b"}},
       {"urls differing in case or a slash are not copies",
@@ -122,62 +91,36 @@ TEST_F(CleanupSuggestionTest, DuplicateGroupsAndKeepers) {
   }
 }
 
-TEST_F(CleanupSuggestionTest, DuplicatesSortByTitleInByteOrderKeepingSnapshotOrderOnTies) {
+TEST(CleanupSuggestionTest, DuplicatesSortByTitleInByteOrderKeepingSnapshotOrderOnTies) {
   const std::string u = "https://x.example/", v = "https://y.example/";
-  const auto titled = [](const char* title) { return [title](LiveTab& t) { t.title = title; }; };
-  const CleanupSuggestion s(
-      {tab("k1", u, recent), tab("z", u, titled("beta")), tab("k2", v, recent),
-       tab("B", v, titled("Beta")), tab("a2", u, titled("alpha")), tab("a1", v, titled("alpha"))},
-      prefs(), kNow);
-  EXPECT_EQ(ids(s.duplicates), (std::vector<std::string>{"B", "a2", "a1", "z"}));
+  std::vector<LiveTab> snapshot{tab("k1", u, "R"), tab("z", u),  tab("k2", v, "R"),
+                                tab("B", v),       tab("a2", u), tab("a1", v)};
+  snapshot[1].title = "beta";
+  snapshot[3].title = "Beta";
+  snapshot[4].title = snapshot[5].title = "alpha";
+  EXPECT_EQ(ids(CleanupSuggestion(snapshot, prefs(), kNow).duplicates),
+            (std::vector<std::string>{"B", "a2", "a1", "z"}));
 }
 
-TEST_F(CleanupSuggestionTest, IdleTabsOldestFirstAndThresholdIsInclusive) {
+TEST(CleanupSuggestionTest, IdleTabsOldestFirstAndThresholdIsInclusive) {
   Preferences p = prefs();
   p.idleHours = 0;  // counts as one hour
-  const auto usedAgo = [](double seconds) {
-    return [=](LiveTab& t) { t.lastActiveAt = ago(seconds); };
+  struct Row {
+    const char* id;
+    double usedAgo;
   };
-  const CleanupSuggestion s({tab("exact", "https://a.example/", usedAgo(kHour)),
-                             tab("short", "https://b.example/", usedAgo(kHour - 0.001)),
-                             tab("old", "https://c.example/", usedAgo(10 * kHour)),
-                             tab("tie1", "https://d.example/", usedAgo(5 * kHour)),
-                             tab("tie2", "https://e.example/", usedAgo(5 * kHour)),
-                             tab("visited", "https://f.example/",
-                                 [](LiveTab& t) {
-                                   t.lastActiveAt = ago(20 * kHour);
-                                   t.lastVisitAt =
-                                       ago(30);  // a newer history visit wins over the observation
-                                 }),
-                             tab("active", "https://g.example/",
-                                 [&](LiveTab& t) {
-                                   usedAgo(50 * kHour)(t);
-                                   active(t);
-                                 }),
-                             tab("protected", "https://h.example/",
-                                 [&](LiveTab& t) {
-                                   usedAgo(50 * kHour)(t);
-                                   t.pinState = PinState::unknown;
-                                   t.index = 3;
-                                 })},
-                            p, kNow);
-  EXPECT_EQ(ids(s.tabs), (std::vector<std::string>{"old", "tie1", "tie2", "exact"}));
-  EXPECT_TRUE(s.duplicates.empty());
-}
-
-TEST_F(CleanupSuggestionTest, ProcessWideOverrideSetsTheThreshold) {
-  Preferences::setIdleSecondsOverride(30);
-  const std::vector<LiveTab> snapshot{
-      tab("a", "https://a.example/", recent),
-      tab("b", "https://b.example/", [](LiveTab& t) { t.lastActiveAt = ago(29); })};
-  EXPECT_EQ(ids(CleanupSuggestion(snapshot, prefs(), kNow).tabs), std::vector<std::string>{"a"});
-}
-
-TEST_F(CleanupSuggestionTest, NothingIsProposedWithoutConnectedBrowsers) {
-  Preferences p = prefs();
-  p.connectedBrowsers = {};
-  const std::string u = "https://a.example/";
-  EXPECT_EQ(CleanupSuggestion({tab("a", u), tab("b", u)}, p, kNow), CleanupSuggestion());
+  std::vector<LiveTab> snapshot;
+  for (const Row& row : {Row{"exact", kHour}, Row{"short", kHour - 0.001}, Row{"old", 10 * kHour},
+                         Row{"tie1", 5 * kHour}, Row{"tie2", 5 * kHour}, Row{"visited", 20 * kHour},
+                         Row{"unknownAt3", 50 * kHour}}) {
+    snapshot.push_back(tab(row.id, std::string("https://") + row.id + ".example/"));
+    snapshot.back().lastActiveAt = addingSeconds(kNow, -row.usedAgo);
+  }
+  snapshot[5].lastVisitAt = addingSeconds(kNow, -30);  // a newer history visit counts
+  snapshot[6].pinState = PinState::unknown;            // protected by its position
+  snapshot[6].index = 3;
+  EXPECT_EQ(ids(CleanupSuggestion(snapshot, p, kNow).tabs),
+            (std::vector<std::string>{"old", "tie1", "tie2", "exact"}));
 }
 
 }  // namespace
