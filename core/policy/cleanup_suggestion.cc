@@ -37,7 +37,6 @@ CleanupSuggestion::CleanupSuggestion(const std::vector<LiveTab>& snapshot,
 
   // Collected in snapshot order, so equal titles come out in that order.
   std::vector<const LiveTab*> surplus;
-  std::vector<bool> isSurplus(eligible.size(), false);
   std::unordered_set<std::string_view> surplusIDs;
   for (size_t i = 0; i < eligible.size(); ++i) {
     const uint32_t first = group[i];
@@ -45,7 +44,6 @@ CleanupSuggestion::CleanupSuggestion(const std::vector<LiveTab>& snapshot,
     const LiveTab* kept = eligible[keeper[first] == UINT32_MAX ? first : keeper[first]];
     if (eligible[i]->id == kept->id || !isCandidate(i)) continue;
     surplus.push_back(eligible[i]);
-    isSurplus[i] = true;
     surplusIDs.insert(eligible[i]->id);
   }
   std::stable_sort(surplus.begin(), surplus.end(),
@@ -56,9 +54,9 @@ CleanupSuggestion::CleanupSuggestion(const std::vector<LiveTab>& snapshot,
   const double threshold = preferences.idleThreshold();
   std::vector<std::pair<Date, const LiveTab*>> idle;
   for (size_t i = 0; i < eligible.size(); ++i) {
-    if (isSurplus[i] || !isCandidate(i)) continue;
+    if (!isCandidate(i)) continue;
     const Date lastUsed = TabPolicy::lastUsed(*eligible[i], preferences, now);
-    // A tab sharing its id with a surplus copy stays out too.
+    // Surplus copies stay out, and so does any tab sharing an id with one.
     if (secondsBetween(lastUsed, now) >= threshold && !surplusIDs.contains(eligible[i]->id)) {
       idle.emplace_back(lastUsed, eligible[i]);
     }

@@ -1,5 +1,6 @@
 #include "core/policy/tab_budget_suggestion.h"
 
+#include <algorithm>
 #include <tuple>
 
 #include "core/policy/tab_groups.h"
