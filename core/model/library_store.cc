@@ -110,19 +110,20 @@ Result<void> LibraryStore::save(const LibraryState& state) const {
   std::string temporary = (directory_ / ".library.json.XXXXXX").string();
   const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);  // O_EXCL, mode 0600
   if (fd < 0) return failure("save the library file", target, errno);
-  // fchmod before the rename: the file must never be visible with looser permissions,
-  // whatever the umask or the mode of the file it replaces.
-  bool written = writeAll(fd, bytes) && ::fchmod(fd, kFileMode) == 0 && ::fsync(fd) == 0;
-  int error = errno;
-  if (::close(fd) != 0 && written) {
-    written = false;
-    error = errno;
-  }
-  if (!written || ::rename(temporary.c_str(), target.c_str()) != 0) {
-    if (written) error = errno;
+  // Every failure from here on removes the temporary file and leaves the old one.
+  const auto abandon = [&](int error) {
     ::unlink(temporary.c_str());
     return failure("save the library file", target, error);
+  };
+  // fchmod before the rename: the file must never be visible with looser permissions,
+  // whatever the umask or the mode of the file it replaces.
+  if (!writeAll(fd, bytes) || ::fchmod(fd, kFileMode) != 0 || ::fsync(fd) != 0) {
+    const int error = errno;
+    ::close(fd);
+    return abandon(error);
   }
+  if (::close(fd) != 0) return abandon(errno);
+  if (::rename(temporary.c_str(), target.c_str()) != 0) return abandon(errno);
   if (!syncDirectory(directory_)) return failure("save the library file", target, errno);
   return {};
 }
