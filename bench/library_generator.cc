@@ -117,7 +117,7 @@ std::string title(Random& random, std::string_view siteName) {
 std::string url(Random& random, std::string_view host) {
   std::string out = "https://";
   out += host;
-  const size_t segments = 1 + random.below(3);
+  const size_t segments = 2 + random.below(3);
   for (size_t i = 0; i < segments; ++i) {
     out += '/';
     out += random.pick(kWords);
