@@ -49,13 +49,16 @@ double bestParseSeconds(const std::string& json) {
   return best;
 }
 
-std::filesystem::path temporaryFolder() {
-  static const std::filesystem::path folder = [] {
+const std::filesystem::path& temporaryFolder() {
+  // Never destroyed, so the exit handler that removes the folder can still name it.
+  static const auto* folder = [] {
     char name[] = "/tmp/velto-bench-XXXXXX";
     if (!::mkdtemp(name)) std::abort();
-    return std::filesystem::path(name);
+    auto* path = new std::filesystem::path(name);
+    std::atexit([] { std::filesystem::remove_all(temporaryFolder()); });
+    return path;
   }();
-  return folder;
+  return *folder;
 }
 
 // One generated library per size, written once to a temporary folder.
@@ -63,8 +66,6 @@ const Library& library(size_t tabs) {
   static std::map<size_t, Library> libraries;
   auto [it, inserted] = libraries.try_emplace(tabs);
   if (inserted) {
-    static const bool cleanup = std::atexit([] { std::filesystem::remove_all(temporaryFolder()); });
-    (void)cleanup;
     Library& lib = it->second;
     lib.state = bench::generateLibrary(tabs, 200, 42, dateFromUTC(2026, 1, 31, 8, 15, 0));
     lib.json = encodeLibrary(lib.state);
