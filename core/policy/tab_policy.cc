@@ -38,7 +38,9 @@ ExclusionList::ExclusionList(const std::vector<std::string>& entries) {
 }
 
 bool ExclusionList::excludes(std::string_view url) const {
-  std::string buffer;
+  // One buffer per thread: hosts are mostly longer than the small-string capacity, and
+  // this runs for every tab of a library.
+  thread_local std::string buffer;
   const auto host = safeHttpHost(url, buffer);
   if (!host) return true;
   if (domains_.empty()) return false;

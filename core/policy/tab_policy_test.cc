@@ -48,11 +48,12 @@ TEST_F(TabPolicyTest, NormalizesExclusionEntries) {
     const char* entry;
     std::optional<std::string> domain;
   };
-  for (const Case& c : {Case{"*.Example.ORG ", "example.org"}, Case{"\texample.org.\n", "example.org"},
-                        Case{"https://Mail.Example.org/inbox", "mail.example.org"},
-                        Case{"www.example.org", "www.example.org"}, Case{"localhost", {}},
-                        Case{"", {}}, Case{"exa mple.org", {}}, Case{"*.", {}},
-                        Case{"ftp://files.example.org", "files.example.org"}}) {
+  for (const Case& c :
+       {Case{"*.Example.ORG ", "example.org"}, Case{"\texample.org.\n", "example.org"},
+        Case{"https://Mail.Example.org/inbox", "mail.example.org"},
+        Case{"www.example.org", "www.example.org"}, Case{"localhost", {}}, Case{"", {}},
+        Case{"exa mple.org", {}}, Case{"*.", {}},
+        Case{"ftp://files.example.org", "files.example.org"}}) {
     EXPECT_EQ(TabPolicy::normalizedDomain(c.entry), c.domain) << c.entry;
   }
 }
@@ -129,14 +130,15 @@ TEST_F(TabPolicyTest, AutoCloseNeedsAFreshObservationAndIdleness) {
     double observedAgo, usedAgo;
     bool autoClose, forLimit;
   };
-  for (const Case& c : {Case{89.9, 86400, true, true}, Case{90, 86400, false, false},
-                        Case{-1, 86400, false, false}, Case{0, 86400, true, true},
-                        Case{10, 86399.5, false, true}, Case{10, 300, false, true},
-                        Case{10, 299, false, false}}) {
+  for (const Case& c :
+       {Case{89.9, 86400, true, true}, Case{90, 86400, false, false}, Case{-1, 86400, false, false},
+        Case{0, 86400, true, true}, Case{10, 86399.5, false, true}, Case{10, 300, false, true},
+        Case{10, 299, false, false}}) {
     LiveTab t = tab();
     t.observedAt = ago(c.observedAgo);
     t.lastActiveAt = ago(c.usedAgo);
-    EXPECT_EQ(TabPolicy::canAutoClose(t, p, kNow), c.autoClose) << c.observedAgo << " " << c.usedAgo;
+    EXPECT_EQ(TabPolicy::canAutoClose(t, p, kNow), c.autoClose)
+        << c.observedAgo << " " << c.usedAgo;
     EXPECT_EQ(TabPolicy::canAutoCloseForTabLimit(t, p, kNow), c.forLimit)
         << c.observedAgo << " " << c.usedAgo;
   }
