@@ -1,0 +1,253 @@
+// VeltoMCP as a client sees it: the real binary spoken to over stdin/stdout, on a seeded
+// library of 100,000 saved tabs and 200 open tabs (about 37 MB). Every figure is reported
+// as a ratio to a yardstick measured in the same run:
+//   search and list requests   / a bare simdjson DOM parse of the same file (reused parser)
+//   spawn to first answer      / spawning /bin/true and reaping it
+//   the server's peak memory   / (2.5 x the file's size + 16 MB)
+
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <simdjson.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "bench/library_generator.h"
+
+namespace velto {
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t kSavedTabs = 100'000;
+constexpr size_t kLiveTabs = 200;
+
+double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values.empty() ? 0 : values[values.size() / 2];
+}
+
+// One VeltoMCP process with pipes to its stdin and stdout.
+class Server {
+ public:
+  explicit Server(const std::vector<std::string>& environment) {
+    int in[2], out[2];
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) std::abort();
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    std::vector<char*> envp;
+    for (const std::string& variable : environment)
+      envp.push_back(const_cast<char*>(variable.c_str()));
+    envp.push_back(nullptr);
+    char* argv[] = {const_cast<char*>(VELTO_MCP_BINARY), nullptr};
+    if (::posix_spawn(&pid_, VELTO_MCP_BINARY, &actions, nullptr, argv, envp.data()) != 0)
+      std::abort();
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(in[0]);
+    ::close(out[1]);
+    in_ = in[1];
+    out_ = out[0];
+  }
+  ~Server() {
+    ::close(in_);  // end of input: the server exits
+    ::close(out_);
+    ::waitpid(pid_, nullptr, 0);
+  }
+
+  // Sends one line (a notification: nothing comes back).
+  void send(const std::string& line) {
+    const std::string framed = line + "\n";
+    if (::write(in_, framed.data(), framed.size()) != static_cast<ssize_t>(framed.size()))
+      std::abort();
+  }
+
+  // Sends one line and returns the one line that answers it.
+  std::string ask(const std::string& line) {
+    send(line);
+    while (true) {
+      const size_t end = pending_.find('\n');
+      if (end != std::string::npos) {
+        std::string answer = pending_.substr(0, end);
+        pending_.erase(0, end + 1);
+        return answer;
+      }
+      char buffer[65536];
+      const ssize_t n = ::read(out_, buffer, sizeof buffer);
+      if (n <= 0) std::abort();
+      pending_.append(buffer, static_cast<size_t>(n));
+    }
+  }
+
+  // The most memory the process has held (VmHWM), in bytes.
+  double peakBytes() const {
+    std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.starts_with("VmHWM:")) return std::stod(line.substr(6)) * 1024;
+    }
+    return 0;
+  }
+
+ private:
+  pid_t pid_ = 0;
+  int in_ = -1;
+  int out_ = -1;
+  std::string pending_;
+};
+
+const std::string kPing = R"({"jsonrpc":"2.0","id":1,"method":"ping"})";
+
+struct World {
+  fs::path home;
+  std::string json;
+  std::vector<std::string> environment;
+  // The yardstick's input and parser, kept so that each parse reuses warm memory.
+  simdjson::padded_string bytes;
+  simdjson::dom::parser parser;
+
+  World() {
+    char name[] = "/tmp/velto-mcp-bench-XXXXXX";
+    if (!::mkdtemp(name)) std::abort();
+    home = name;
+    fs::create_directories(home / "data" / "Velto");
+    json = bench::generateLibraryJSON(kSavedTabs, kLiveTabs, 42, now());
+    std::ofstream(home / "data" / "Velto" / "library.json", std::ios::binary) << json;
+    bytes = simdjson::padded_string(json);
+    parseSeconds();  // sizes the parser
+    environment = {"HOME=" + home.string(), "XDG_DATA_HOME=" + (home / "data").string(),
+                   "PATH=/usr/bin:/bin", "VELTO_CLIENT_ID=" + std::string(bench::kBenchClientID),
+                   "VELTO_CLIENT_TOKEN=" + std::string(bench::kBenchClientToken)};
+  }
+  ~World() { fs::remove_all(home); }
+
+  double parseSeconds() {
+    const auto start = Clock::now();
+    auto root = parser.parse(bytes);
+    if (root.error()) std::abort();
+    benchmark::DoNotOptimize(root);
+    return secondsSince(start);
+  }
+
+  // A server past the handshake, kept for the whole run like a client keeps it.
+  Server& server() {
+    static Server* server = [this] {
+      auto* s = new Server(environment);
+      s->ask(
+          R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2025-11-25","clientInfo":{"name":"bench"}}})");
+      s->send(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
+      return s;
+    }();
+    return *server;
+  }
+};
+
+World& world() {
+  static World instance;  // its folder is removed at exit
+  return instance;
+}
+
+// Alternates `run` and `yardstick` (each returns the seconds it measured) so that both
+// see the same load, and reports the median of each and their ratio.
+template <class Run, class Yardstick>
+void compare(benchmark::State& state, Run run, Yardstick yardstick, const char* ratioName) {
+  std::vector<double> runs, yardsticks;
+  for (auto _ : state) {
+    yardsticks.push_back(yardstick());
+    runs.push_back(run());
+    state.SetIterationTime(runs.back());
+  }
+  state.counters["median_ms"] = median(runs) * 1e3;
+  state.counters["yardstick_ms"] = median(yardsticks) * 1e3;
+  state.counters[ratioName] = median(runs) / median(yardsticks);
+}
+
+void request(benchmark::State& state, const std::string& line) {
+  Server& server = world().server();
+  if (server.ask(line).find("\"isError\":false") == std::string::npos) {
+    state.SkipWithError("the request failed");
+    return;
+  }
+  compare(
+      state,
+      [&] {
+        const auto start = Clock::now();
+        benchmark::DoNotOptimize(server.ask(line));
+        return secondsSince(start);
+      },
+      [] { return world().parseSeconds(); }, "x_parse");
+}
+
+void BM_SearchClosedTabs(benchmark::State& state) {
+  request(
+      state,
+      R"({"jsonrpc":"2.0","id":2,"method":"tools/call","params":{"name":"search_closed_tabs","arguments":{"query":"github swift","limit":20}}})");
+}
+
+void BM_SearchClosedTabsEmptyQuery(benchmark::State& state) {
+  request(
+      state,
+      R"({"jsonrpc":"2.0","id":3,"method":"tools/call","params":{"name":"search_closed_tabs","arguments":{"query":""}}})");
+}
+
+void BM_ListTabs(benchmark::State& state) {
+  request(
+      state,
+      R"({"jsonrpc":"2.0","id":4,"method":"tools/call","params":{"name":"list_tabs","arguments":{"limit":100}}})");
+}
+
+void BM_PeakMemory(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(world().server().ask(kPing));
+  const double limit = 2.5 * static_cast<double>(world().json.size()) + 16e6;
+  state.counters["MB"] = static_cast<double>(world().json.size()) / 1e6;
+  state.counters["peak_MB"] = world().server().peakBytes() / 1e6;
+  state.counters["x_limit"] = world().server().peakBytes() / limit;
+}
+
+double spawnTrueSeconds() {
+  const auto start = Clock::now();
+  pid_t pid = 0;
+  char* argv[] = {const_cast<char*>("/bin/true"), nullptr};
+  char* envp[] = {nullptr};
+  if (::posix_spawn(&pid, "/bin/true", nullptr, nullptr, argv, envp) != 0) std::abort();
+  ::waitpid(pid, nullptr, 0);
+  return secondsSince(start);
+}
+
+void BM_SpawnToFirstAnswer(benchmark::State& state) {
+  compare(
+      state,
+      [] {
+        const auto start = Clock::now();
+        Server server(world().environment);
+        benchmark::DoNotOptimize(server.ask(kPing));
+        return secondsSince(start);  // before the server is told to exit
+      },
+      spawnTrueSeconds, "x_true");
+}
+
+// Few iterations, each timed by hand: a request costs tens of milliseconds.
+BENCHMARK(BM_SearchClosedTabs)->UseManualTime()->Iterations(30)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SearchClosedTabsEmptyQuery)
+    ->UseManualTime()
+    ->Iterations(30)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ListTabs)->UseManualTime()->Iterations(30)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PeakMemory)->Iterations(1);
+BENCHMARK(BM_SpawnToFirstAnswer)->UseManualTime()->Iterations(50)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace velto
