@@ -23,8 +23,14 @@ constexpr const char* kClientID = "C0FFEE00-0000-4000-8000-000000000001";
 const std::string kToken(64, '1');
 const Date kNow = dateFromUTC(2026, 3, 1, 12, 0, 0);
 
-std::filesystem::path libraryFolder() {
-  static const std::filesystem::path folder = [] {
+// Holds the library for the whole run and removes it at exit.
+struct LibraryFolder {
+  std::filesystem::path path;
+  ~LibraryFolder() { std::filesystem::remove_all(path); }
+};
+
+const std::filesystem::path& libraryFolder() {
+  static const LibraryFolder folder = [] {
     const auto path =
         std::filesystem::temp_directory_path() / ("velto-mcp-fuzz." + std::to_string(::getpid()));
     LibraryState library;
@@ -49,9 +55,9 @@ std::filesystem::path libraryFolder() {
       library.tabs.push_back(saved);
     }
     if (!LibraryStore(path).save(library).ok()) std::abort();
-    return path;
+    return LibraryFolder{path};
   }();
-  return folder;
+  return folder.path;
 }
 
 // Whether `line` must be answered, decided from the envelope alone.
