@@ -91,7 +91,9 @@ TEST_F(LineLoopTest, DropsLinesOverTheLimitAndServesTheNext) {
     const Lines writes = run(c.line + "\nafter\n");
     EXPECT_EQ(writes.size(), c.answered ? 2u : 1u) << c.line.size();
     EXPECT_EQ(writes.back(), "<after>\n");
-    if (c.answered) EXPECT_LE(seen_.front().size(), kMaxLineBytes);
+    if (c.answered) {
+      EXPECT_LE(seen_.front().size(), kMaxLineBytes);
+    }
   }
 }
 

@@ -16,6 +16,8 @@ struct Transcript {
   const char* file;
   const char* clientID;
   const char* token;
+
+  friend void PrintTo(const Transcript& transcript, std::ostream* out) { *out << transcript.file; }
 };
 
 struct Session {

@@ -37,30 +37,27 @@ Error invalid(std::string_view message) { return decodingError(std::string(messa
 Error toolError(std::string_view message) { return VeltoError::message(std::string(message)); }
 
 bool onlyKeys(const json& arguments, std::initializer_list<std::string_view> allowed) {
-  return std::all_of(arguments.items().begin(), arguments.items().end(), [&](const auto& item) {
-    return std::find(allowed.begin(), allowed.end(), item.key()) != allowed.end();
-  });
+  for (const auto& item : arguments.items()) {
+    if (std::find(allowed.begin(), allowed.end(), item.key()) == allowed.end()) return false;
+  }
+  return true;
 }
 
-// The page size: kDefaultLimit when absent, absent when unacceptable.
+// The page size: kDefaultLimit when absent, absent when unacceptable. The parser keeps
+// non-negative integers as unsigned; a negative one is out of range anyway.
 std::optional<int64_t> limitOf(const json& arguments) {
   const auto found = arguments.find("limit");
   if (found == arguments.end()) return kDefaultLimit;
-  const json& limit = *found;
-  if (limit.is_number_integer()) {
-    // Unsigned values above INT64_MAX are out of range either way.
-    if (limit.is_number_unsigned() && limit.get<uint64_t>() > uint64_t(kMaxLimit)) return {};
-    const int64_t value = limit.get<int64_t>();
-    if (value >= kMinLimit && value <= kMaxLimit) return value;
-    return {};
-  }
-  if (limit.is_number_float()) {
-    const double value = limit.get<double>();
+  if (found->is_number_unsigned()) {
+    const uint64_t value = found->get<uint64_t>();
+    if (value >= uint64_t(kMinLimit) && value <= uint64_t(kMaxLimit)) return int64_t(value);
+  } else if (found->is_number_float()) {
+    const double value = found->get<double>();
     if (value >= double(kMinLimit) && value <= double(kMaxLimit) && std::trunc(value) == value) {
       return int64_t(value);
     }
   }
-  return {};
+  return std::nullopt;
 }
 
 const std::string* stringMember(const json& object, const char* key) {
