@@ -5,12 +5,10 @@
 #include <spawn.h>
 #include <stdlib.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <thread>
 
 namespace velto {
@@ -18,46 +16,46 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The Linux launcher, with a private PATH directory holding fake browsers.
+// This platform's launcher with a private PATH folder for fake browsers: shell scripts
+// that record their arguments, so these tests run where the fakes can run (Linux).
 class ApplicationLauncherTest : public ::testing::Test {
  protected:
   void SetUp() override {
 #ifndef __linux__
-    GTEST_SKIP() << "the fake browsers are Linux executables";
+    GTEST_SKIP() << "the launcher finds browsers on PATH only on Linux";
 #endif
     std::string pattern = (fs::temp_directory_path() / "velto-launcher.XXXXXX").string();
     directory_ = ::mkdtemp(pattern.data());
-    bin_ = directory_ / "bin";
-    fs::create_directories(bin_);
-    path_ = "relative/bin::" + bin_.string() + ":/nonexistent";
+    fs::create_directory(directory_ / "bin");
+    // Relative and empty entries are never searched, even when they name the folder.
+    path_ = "bin::" + (directory_ / "bin").string();
+    fs::current_path(directory_);
+    makeLauncher();
   }
-  void TearDown() override {
-    std::error_code ignored;
-    if (!directory_.empty()) fs::remove_all(directory_, ignored);
-  }
-
-  std::unique_ptr<ApplicationLauncher> launcher() {
-    return platformApplicationLauncher([this](std::string_view name) -> std::optional<std::string> {
-      if (name == "PATH") return path_;
-      return std::nullopt;
+  void makeLauncher() {
+    launcher_ = platformApplicationLauncher([this](std::string_view name) {
+      return name == "PATH" ? std::optional(path_) : std::nullopt;
     });
   }
+  void TearDown() override {
+    fs::current_path(fs::temp_directory_path());
+    if (!directory_.empty()) fs::remove_all(directory_);
+  }
 
-  // A script that writes its arguments, one per line, to <name>.args once it has run.
-  fs::path fakeBrowser(const std::string& name, const std::string& body = "",
-                       fs::perms perms = fs::perms::owner_all) {
-    const fs::path script = bin_ / name;
-    const std::string record = (directory_ / (name + ".args")).string();
-    std::ofstream(script) << (body.empty() ? "#!/bin/sh\nprintf '%s\\n' \"$@\" > " + record +
-                                                 ".tmp && mv " + record + ".tmp " + record + "\n"
-                                           : body);
-    fs::permissions(script, perms);
-    return script;
+  void fakeBrowser(const std::string& name, fs::perms perms = fs::perms::owner_all,
+                   std::string script = "") {
+    const std::string record = (directory_ / name).string() + ".args";
+    if (script.empty()) {
+      script = "#!/bin/sh\nprintf '%s\\n' \"$@\" > " + record + ".tmp && mv " + record + ".tmp " +
+               record + "\n";
+    }
+    std::ofstream(directory_ / "bin" / name) << script;
+    fs::permissions(directory_ / "bin" / name, perms);
   }
 
   std::string recordedArguments(const std::string& name) {
     const fs::path record = directory_ / (name + ".args");
-    for (int i = 0; i < 200 && !fs::exists(record); ++i) {
+    for (int i = 0; i < 200 && !fs::exists(record); ++i) {  // the browser runs detached
       std::this_thread::sleep_for(std::chrono::milliseconds(25));
     }
     std::ifstream file(record);
@@ -65,71 +63,59 @@ class ApplicationLauncherTest : public ::testing::Test {
   }
 
   fs::path directory_;
-  fs::path bin_;
   std::string path_;
+  std::unique_ptr<ApplicationLauncher> launcher_;
 };
 
 TEST_F(ApplicationLauncherTest, FindsOnlyExecutableFilesOnAbsolutePathEntries) {
-  EXPECT_FALSE(launcher()->isInstalled(Browser::chrome));
-  fakeBrowser("google-chrome", "", fs::perms::owner_read | fs::perms::owner_write);
-  fs::create_directory(bin_ / "brave-browser");
-  EXPECT_FALSE(launcher()->isInstalled(Browser::chrome));  // not executable
-  EXPECT_FALSE(launcher()->isInstalled(Browser::brave));   // a directory
-  fakeBrowser("google-chrome");
+  fakeBrowser("google-chrome", fs::perms::owner_read);
+  fs::create_directory(directory_ / "bin" / "brave-browser");
   fakeBrowser("microsoft-edge-stable");
   fakeBrowser("safari");
-  EXPECT_TRUE(launcher()->isInstalled(Browser::chrome));
-  EXPECT_TRUE(launcher()->isInstalled(Browser::edge));
-  EXPECT_FALSE(launcher()->isInstalled(Browser::safari));
-
-  // Relative entries are never searched, even when they name the right folder.
-  const fs::path workingDirectory = fs::current_path();
-  fs::current_path(directory_);
-  path_ = "bin::.";
-  EXPECT_FALSE(launcher()->isInstalled(Browser::chrome));
-  fs::current_path(workingDirectory);
+  EXPECT_FALSE(launcher_->isInstalled(Browser::chrome));
+  EXPECT_FALSE(launcher_->isInstalled(Browser::brave));
+  EXPECT_TRUE(launcher_->isInstalled(Browser::edge));
+  EXPECT_FALSE(launcher_->isInstalled(Browser::safari));
+  path_ = "bin";
+  makeLauncher();
+  EXPECT_FALSE(launcher_->isInstalled(Browser::edge));
 }
 
-TEST_F(ApplicationLauncherTest, OpenPassesTheURLAsOneArgumentToTheFirstExecutable) {
+TEST_F(ApplicationLauncherTest, OpenGivesTheURLAsOneArgumentToTheFirstCommandFound) {
   fakeBrowser("google-chrome-stable");
   fakeBrowser("google-chrome");
   const std::string url = "https://example.org/?q=a b;$(touch pwned)&x='\"";
-  ASSERT_TRUE(launcher()->open(url, Browser::chrome).ok());
+  ASSERT_TRUE(launcher_->open(url, Browser::chrome).ok());
   EXPECT_EQ(recordedArguments("google-chrome-stable"), url + "\n");
   EXPECT_FALSE(fs::exists(directory_ / "pwned"));
   EXPECT_FALSE(fs::exists(directory_ / "google-chrome.args"));
-}
 
-TEST_F(ApplicationLauncherTest, OpenReportsAnExecThatFails) {
-  fakeBrowser("brave-browser", "#!/nonexistent/interpreter\n");
-  const Result<void> opened = launcher()->open("https://example.org/", Browser::brave);
-  ASSERT_FALSE(opened.ok());
-  EXPECT_EQ(opened.error().message,
-            "Could not start " + (bin_ / "brave-browser").string() + ": No such file or directory");
-  EXPECT_EQ(launcher()->open("https://example.org/", Browser::edge).error().message,
+  fakeBrowser("brave-browser", fs::perms::owner_all, "#!/nonexistent/interpreter\n");
+  EXPECT_EQ(launcher_->open("https://example.org/", Browser::brave).error().message,
+            "Could not start " + (directory_ / "bin" / "brave-browser").string() +
+                ": No such file or directory");
+  EXPECT_EQ(launcher_->open("https://example.org/", Browser::edge).error().message,
             "Edge is not installed. Copy this link to open it in another browser.");
 }
 
 TEST_F(ApplicationLauncherTest, RunningMeansAProcessWithTheBrowsersName) {
-  // A copy of sleep named like Brave's main binary runs as "brave".
-  const fs::path brave = directory_ / "brave";
+  const fs::path brave = directory_ / "brave";  // runs under Brave's process name
   fs::copy_file("/bin/sleep", brave);
-  EXPECT_FALSE(launcher()->isRunning(Browser::brave));
+  EXPECT_FALSE(launcher_->isRunning(Browser::brave));
   pid_t pid = 0;
-  std::string seconds = "30";
-  char* argv[] = {const_cast<char*>(brave.c_str()), seconds.data(), nullptr};
+  char seconds[] = "30";
+  char* argv[] = {const_cast<char*>(brave.c_str()), seconds, nullptr};
   ASSERT_EQ(::posix_spawn(&pid, brave.c_str(), nullptr, nullptr, argv, nullptr), 0);
   bool seen = false;
-  for (int i = 0; i < 100 && !seen; ++i) {
-    seen = launcher()->isRunning(Browser::brave);
-    if (!seen) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  for (int i = 0; i < 100 && !(seen = launcher_->isRunning(Browser::brave)); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   EXPECT_TRUE(seen);
-  EXPECT_FALSE(launcher()->isRunning(Browser::edge));
-  EXPECT_FALSE(launcher()->isRunning(Browser::safari));
+  EXPECT_FALSE(launcher_->isRunning(Browser::edge));
+  EXPECT_FALSE(launcher_->isRunning(Browser::safari));
   ::kill(pid, SIGKILL);
   ::waitpid(pid, nullptr, 0);
-  EXPECT_FALSE(launcher()->isRunning(Browser::brave));
+  EXPECT_FALSE(launcher_->isRunning(Browser::brave));
 }
 
 }  // namespace

@@ -10,43 +10,32 @@
 
 namespace velto::testing {
 
-// Two clients that every sample library grants: one may reopen tabs, one may not.
+// The two clients of server/testing/library.json: one may reopen tabs, one may not.
 inline constexpr const char* kOpenerID = "C0FFEE00-0000-4000-8000-000000000001";
-inline constexpr const char* kOpenerToken =
-    "1111111111111111111111111111111111111111111111111111111111111111";
+inline const std::string kOpenerToken(64, '1');
 inline constexpr const char* kReaderID = "C0FFEE00-0000-4000-8000-000000000002";
-inline constexpr const char* kReaderToken =
-    "2222222222222222222222222222222222222222222222222222222222222222";
+inline const std::string kReaderToken(64, '2');
 
-// A small library: the two clients, Chrome and Safari connected, "bank.example" excluded,
-// four live tabs observed `liveAge` seconds before now, and saved tabs in every state
-// with fixed dates in January 2026.
-LibraryState sampleLibrary(double liveAge = 5);
-
-// A private home for one run of the real VeltoMCP ($VELTO_BINARY_DIR/server/VeltoMCP):
-// HOME and XDG_DATA_HOME point into a fresh temporary folder, whose bin/ comes first on
-// PATH. The server is started with exactly `environment`, nothing inherited.
-class ServerHarness {
- public:
+// A private home for runs of the real VeltoMCP ($VELTO_BINARY_DIR/server/VeltoMCP): HOME
+// and XDG_DATA_HOME in a fresh temporary folder whose library is server/testing/library.json
+// with its open tabs observed just now, and whose bin/ comes first on PATH. The server
+// sees exactly `environment`, nothing inherited; it starts as the client that may reopen.
+struct ServerHarness {
   ServerHarness();
   ~ServerHarness();
-  ServerHarness(const ServerHarness&) = delete;
-  ServerHarness& operator=(const ServerHarness&) = delete;
 
-  const std::filesystem::path& home() const { return home_; }
-  std::filesystem::path bin() const { return home_ / "bin"; }
-  std::filesystem::path libraryFile() const;
-
+  // server/testing/library.json as written to libraryFile, and decoded.
+  std::string sampleLibraryText() const;
+  LibraryState sampleLibrary() const;
   void saveLibrary(const LibraryState& state) const;
-  void useClient(const std::string& id, const std::string& token);
-
   // Writes `input` to the server's stdin, closes it, and waits for the server to exit.
   ProcessOutput run(std::string_view input) const;
 
+  std::filesystem::path home;
+  std::filesystem::path bin;
+  std::filesystem::path libraryFile;
+  std::string liveUpdatedAt;  // when the sample library's open tabs were observed
   std::map<std::string, std::string> environment;
-
- private:
-  std::filesystem::path home_;
 };
 
 }  // namespace velto::testing
