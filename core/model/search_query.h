@@ -20,7 +20,7 @@ class SearchQuery {
   bool matches(const SavedTab& tab) const { return matches(tab.title, tab.url, tab.browser); }
 
  private:
-  std::vector<std::string> terms_;
+  std::vector<std::string> terms_;  // folded
 };
 
 }  // namespace velto

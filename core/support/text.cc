@@ -186,4 +186,93 @@ bool containsFolded(std::string_view haystack, std::string_view foldedNeedle) {
   return foldedForSearch(haystack).find(foldedNeedle) != std::string::npos;
 }
 
+namespace {
+
+// Stands for any folded character that is not ASCII; never part of an ASCII needle.
+constexpr char kNonASCII = '\xFF';
+
+// What one code point folds to, seen from an ASCII needle: up to three bytes, each ASCII
+// or kNonASCII. Marks fold to nothing. Folding each code point alone agrees with folding
+// the whole text wherever ASCII is concerned: recomposition only joins a base with marks,
+// and marks are stripped.
+struct Projection {
+  uint8_t length = 0xFF;  // 0xFF: not computed yet
+  char bytes[3] = {};
+};
+
+Projection project(utf8proc_int32_t codepoint) {
+  utf8proc_int32_t folded[16];
+  int lastWasOther = 0;
+  Projection out;
+  out.length = 0;
+  const utf8proc_ssize_t count = utf8proc_decompose_char(
+      codepoint, folded, 16, static_cast<utf8proc_option_t>(UTF8PROC_DECOMPOSE | UTF8PROC_CASEFOLD | UTF8PROC_STRIPMARK),
+      &lastWasOther);
+  if (count < 0 || count > 16) {
+    out.length = 1;
+    out.bytes[0] = kNonASCII;
+    return out;
+  }
+  for (utf8proc_ssize_t i = 0; i < count && out.length < 3; ++i) {
+    const char byte = folded[i] < 0x80 ? static_cast<char>(folded[i]) : kNonASCII;
+    // Runs of non-ASCII collapse to one marker: the needle cannot look inside them.
+    if (byte == kNonASCII && out.length > 0 && out.bytes[out.length - 1] == kNonASCII) continue;
+    out.bytes[out.length++] = byte;
+  }
+  return out;
+}
+
+// Projections of the Basic Multilingual Plane, filled in as characters are met.
+Projection projectionOf(utf8proc_int32_t codepoint) {
+  if (codepoint >= 0x10000) return project(codepoint);
+  thread_local std::vector<Projection> table(0x10000);
+  Projection& entry = table[static_cast<size_t>(codepoint)];
+  if (entry.length == 0xFF) entry = project(codepoint);
+  return entry;
+}
+
+}  // namespace
+
+void FoldedHaystack::reset(std::string_view text) {
+  text_ = text;
+  ascii_ = isASCII(text);
+  projected_ = folded_ = false;
+}
+
+bool FoldedHaystack::contains(std::string_view foldedNeedle) {
+  if (ascii_) return isASCII(foldedNeedle) && containsASCIINoCase(text_, foldedNeedle);
+  if (!isASCII(foldedNeedle)) {
+    if (!folded_) {
+      fold_ = foldedForSearch(text_);
+      folded_ = true;
+    }
+    return fold_.find(foldedNeedle) != std::string::npos;
+  }
+  if (!projected_) {
+    projection_.clear();
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text_.data());
+    for (size_t at = 0; at < text_.size();) {
+      if (bytes[at] < 0x80) {
+        projection_.push_back(asciiLower(static_cast<char>(bytes[at])));
+        ++at;
+        continue;
+      }
+      size_t subpart = 0;
+      const size_t length = sequenceLength(text_, at, subpart);
+      if (length == 0) {
+        projection_.push_back(kNonASCII);  // U+FFFD
+        at += subpart;
+        continue;
+      }
+      utf8proc_int32_t codepoint;
+      utf8proc_iterate(bytes + at, static_cast<utf8proc_ssize_t>(length), &codepoint);
+      const Projection projection = projectionOf(codepoint);
+      projection_.append(projection.bytes, projection.length);
+      at += length;
+    }
+    projected_ = true;
+  }
+  return projection_.find(foldedNeedle) != std::string::npos;
+}
+
 }  // namespace velto

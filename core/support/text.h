@@ -35,4 +35,24 @@ std::string foldedForSearch(std::string_view text);
 // is searched in place without allocating.
 bool containsFolded(std::string_view haystack, std::string_view foldedNeedle);
 
+// One text prepared for several containment tests, each answering as containsFolded.
+// ASCII text is searched in place. Other text is folded at most once per reset: for
+// ASCII needles into a projection that keeps the ASCII its characters fold to (é gives e,
+// ß gives ss) and marks everything else with a byte no needle holds; for other needles
+// in full. Buffers are kept across resets, so a loop over many texts allocates only
+// while they grow. The viewed text must outlive the tests.
+class FoldedHaystack {
+ public:
+  void reset(std::string_view text);
+  bool contains(std::string_view foldedNeedle);
+
+ private:
+  std::string_view text_;
+  bool ascii_ = true;
+  bool projected_ = false;
+  bool folded_ = false;
+  std::string projection_;
+  std::string fold_;
+};
+
 }  // namespace velto

@@ -48,5 +48,23 @@ TEST(TextTest, ContainmentIgnoresCaseAndDiacritics) {
   EXPECT_TRUE(containsFolded("aaAaB", foldedForSearch("AAB")));
 }
 
+TEST(TextTest, PreparedHaystackAnswersLikeAFullFold) {
+  FoldedHaystack haystack;
+  const char* texts[] = {("Caf\xC3\xA9 Stra\xC3\x9F" "e \xEF\xAC\x81le \xE6\x9D\xB1\xE4\xBA\xAC"),
+                         "e\xCC\x81t\xC3\xA9 \xF0\x9F\x98\x80 \xC7\x84OS", "plain ASCII", "bad \xFF byte"};
+  const char* needles[] = {"cafe", "strasse", "file", "\xE6\x9D\xB1\xE4\xBA\xAC", "ete", "dzos", "te ",
+                           "e s", "\xF0\x9F\x98\x80", "ascii", "bad", "d b", "xyz", ""};
+  for (const char* text : texts) {
+    haystack.reset(text);
+    for (const char* needle : needles) {
+      const std::string folded = foldedForSearch(needle);
+      EXPECT_EQ(haystack.contains(folded), containsFolded(text, folded)) << text << " / " << needle;
+    }
+  }
+  haystack.reset("Caf\xC3\xA9");
+  EXPECT_TRUE(haystack.contains("cafe"));
+  EXPECT_FALSE(haystack.contains("cafe "));
+}
+
 }  // namespace
 }  // namespace velto
