@@ -1,5 +1,6 @@
 #include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -103,6 +104,7 @@ Result<void> startDetached(const std::string& program, const std::vector<std::st
       }
       ::_exit(0);
     }
+    ::signal(SIGPIPE, SIG_DFL);  // the server ignores it; the browser should not inherit that
     const int null = ::open("/dev/null", O_RDWR);
     if (null >= 0) {
       ::dup2(null, STDIN_FILENO);
