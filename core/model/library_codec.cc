@@ -178,11 +178,15 @@ class Reader {
   bool read(dom::element value, const Path& at, std::vector<T>& out) {
     dom::array array;
     if (value.get_array().get(array) != simdjson::SUCCESS) return fail(at, "is not an array");
-    out.clear();
-    out.reserve(array.size());
+    // Elements already there are read over rather than destroyed: their strings keep
+    // their capacity, so decoding the same library again allocates almost nothing.
+    const size_t count = array.size();
+    if (out.size() > count) out.resize(count);
+    out.reserve(count);
     size_t index = 0;
     for (dom::element item : array) {
-      if (!read(item, Path{&at, {}, index++}, out.emplace_back())) return false;
+      T& element = index < out.size() ? out[index] : out.emplace_back();
+      if (!read(item, Path{&at, {}, index++}, element)) return false;
     }
     return true;
   }
@@ -203,6 +207,7 @@ class Reader {
   bool read(dom::element value, const Path& at, SavedTab& tab) {
     static constexpr auto& k = kSavedTabKeys;
     static constexpr uint32_t kRequired = requiredMask(k, {"closedAt"});
+    tab.closedAt.reset();
     return readObject(value, at, k, kRequired, [&](size_t key, dom::element v, const Path& p) {
       switch (key) {
         case keyIndex(k, "id"): return read(v, p, tab.id);
@@ -222,6 +227,9 @@ class Reader {
     static constexpr auto& k = kLiveTabKeys;
     static constexpr uint32_t kRequired =
         requiredMask(k, {"tabID", "neverSelectedSince", "lastVisitAt"});
+    tab.tabID.reset();
+    tab.neverSelectedSince.reset();
+    tab.lastVisitAt.reset();
     return readObject(value, at, k, kRequired, [&](size_t key, dom::element v, const Path& p) {
       switch (key) {
         case keyIndex(k, "id"): return read(v, p, tab.id);
@@ -247,6 +255,13 @@ class Reader {
     static constexpr uint32_t kRequired = requiredMask(
         k, {"tabLimit", "automaticTabLimit", "websiteIcons", "veltoActivity", "compactActivity",
             "confirmTuckAway", "memoryAlerts", "protectedTabs", "browserHistory"});
+    for (auto* flag : {&prefs.automaticTabLimit, &prefs.websiteIcons, &prefs.veltoActivity,
+                       &prefs.compactActivity, &prefs.confirmTuckAway, &prefs.memoryAlerts,
+                       &prefs.browserHistory}) {
+      flag->reset();
+    }
+    prefs.tabLimit.reset();
+    prefs.protectedTabs.reset();
     return readObject(value, at, k, kRequired, [&](size_t key, dom::element v, const Path& p) {
       switch (key) {
         case keyIndex(k, "idleHours"): return read(v, p, prefs.idleHours);
@@ -286,6 +301,7 @@ class Reader {
   bool read(dom::element value, const Path& at, LibraryState& state) {
     static constexpr auto& k = kLibraryKeys;
     static constexpr uint32_t kRequired = requiredMask(k, {"liveUpdatedAt"});
+    state.liveUpdatedAt.reset();
     return readObject(value, at, k, kRequired, [&](size_t key, dom::element v, const Path& p) {
       switch (key) {
         case keyIndex(k, "version"): return read(v, p, state.version);
@@ -397,7 +413,7 @@ struct LibraryDecoder::Impl {
     capacity = grown;
   }
 
-  Result<LibraryState> decodeBuffer(size_t size) {
+  Result<void> decodeBufferInto(size_t size, LibraryState& state) {
     std::memset(buffer.get() + size, 0, simdjson::SIMDJSON_PADDING);
     if (size > parser.capacity() || size > document.capacity()) {
       // Same growth margin as the buffer, so a slowly growing file does not make the
@@ -413,10 +429,17 @@ struct LibraryDecoder::Impl {
         parser.parse_into_document(document, buffer.get(), size, false).get(root);
     if (code != simdjson::SUCCESS) return parseFailure(code);
     Reader reader;
-    LibraryState state;
     if (!reader.read(root, Path{}, state)) return *std::move(reader.error);
+    return {};
+  }
+
+  Result<LibraryState> decodeBuffer(size_t size) {
+    LibraryState state;
+    if (auto decoded = decodeBufferInto(size, state); !decoded) return decoded.error();
     return state;
   }
+
+  Result<void> readFile(const std::filesystem::path& file, size_t& size);
 };
 
 LibraryDecoder::LibraryDecoder() : impl_(std::make_unique<Impl>()) {}
@@ -428,7 +451,7 @@ Result<LibraryState> LibraryDecoder::decode(std::string_view bytes) {
   return impl_->decodeBuffer(bytes.size());
 }
 
-Result<LibraryState> LibraryDecoder::decodeFile(const std::filesystem::path& file) {
+Result<void> LibraryDecoder::Impl::readFile(const std::filesystem::path& file, size_t& size) {
   const FileDescriptor descriptor{::open(file.c_str(), O_RDONLY | O_CLOEXEC)};
   if (descriptor.fd < 0) return readFailure(file, errno);
   struct stat status {};
@@ -436,19 +459,31 @@ Result<LibraryState> LibraryDecoder::decodeFile(const std::filesystem::path& fil
   if (S_ISDIR(status.st_mode)) return readFailure(file, EISDIR);
   // One byte beyond the expected size lets the read that finds the end fit without
   // growing; a file that grew since fstat is still read whole.
-  size_t size = 0;
-  impl_->reserve(static_cast<size_t>(std::max<off_t>(status.st_size, 0)) + 1, 0);
+  size = 0;
+  reserve(static_cast<size_t>(std::max<off_t>(status.st_size, 0)) + 1, 0);
   for (;;) {
-    if (size == impl_->capacity) impl_->reserve(impl_->capacity + 1, size);
-    const ssize_t count = ::read(descriptor.fd, impl_->buffer.get() + size, impl_->capacity - size);
+    if (size == capacity) reserve(capacity + 1, size);
+    const ssize_t count = ::read(descriptor.fd, buffer.get() + size, capacity - size);
     if (count < 0) {
       if (errno == EINTR) continue;
       return readFailure(file, errno);
     }
-    if (count == 0) break;
+    if (count == 0) return {};
     size += static_cast<size_t>(count);
   }
+}
+
+Result<LibraryState> LibraryDecoder::decodeFile(const std::filesystem::path& file) {
+  size_t size = 0;
+  if (auto read = impl_->readFile(file, size); !read) return read.error();
   return impl_->decodeBuffer(size);
+}
+
+Result<void> LibraryDecoder::decodeFileInto(const std::filesystem::path& file,
+                                            LibraryState& state) {
+  size_t size = 0;
+  if (auto read = impl_->readFile(file, size); !read) return read.error();
+  return impl_->decodeBufferInto(size, state);
 }
 
 Result<LibraryState> decodeLibrary(std::string_view bytes) {

@@ -38,6 +38,12 @@ class LibraryDecoder {
   // Error of Domain::decoding.
   Result<LibraryState> decodeFile(const std::filesystem::path& file);
 
+  // decodeFile into `state`, reading over the records it already holds: their strings
+  // and lists keep their storage, so decoding a library of the same shape again
+  // allocates almost nothing. On failure `state` holds an unspecified mix of old and new
+  // values and must not be used.
+  Result<void> decodeFileInto(const std::filesystem::path& file, LibraryState& state);
+
  private:
   struct Impl;
   std::unique_ptr<Impl> impl_;

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 namespace velto {
@@ -84,6 +87,30 @@ TEST_F(LibraryCodecTest, RoundTripKeepsEveryFieldToTheSecond) {
   ASSERT_TRUE(decoded.ok()) << decoded.error().message;
   EXPECT_EQ(*decoded, fullLibrary(kWhen));
   EXPECT_EQ(decodeLibrary(encodeLibrary(LibraryState{})), LibraryState{});
+}
+
+TEST_F(LibraryCodecTest, DecodingOverOldRecordsLeavesNothingOfThem) {
+  const auto file = std::filesystem::temp_directory_path() /
+                    ("velto-codec-" + std::to_string(::getpid()) + ".json");
+  const auto decodeInto = [&](const LibraryState& stored, LibraryState& into) {
+    std::ofstream(file, std::ios::binary) << encodeLibrary(stored);
+    const Result<void> decoded = decoder_.decodeFileInto(file, into);
+    ASSERT_TRUE(decoded.ok()) << decoded.error().message;
+  };
+  // Every optional set and more tabs first, then a sparser library read over it.
+  LibraryState reused, sparse;
+  sparse.tabs = {fullLibrary(kWhen).tabs[1]};
+  sparse.liveTabs = fullLibrary(kWhen).liveTabs;
+  sparse.liveTabs[0].tabID.reset();
+  sparse.liveTabs[0].neverSelectedSince.reset();
+  sparse.liveTabs[0].lastVisitAt.reset();
+  decodeInto(fullLibrary(kWhen), reused);
+  EXPECT_EQ(reused, fullLibrary(kWhen));
+  decodeInto(sparse, reused);
+  EXPECT_EQ(reused, sparse);
+  decodeInto(fullLibrary(kWhen), reused);
+  EXPECT_EQ(reused, fullLibrary(kWhen));
+  std::filesystem::remove(file);
 }
 
 TEST_F(LibraryCodecTest, FileFormIsSortedReadableAndOmitsAbsentOptionals) {

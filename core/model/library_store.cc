@@ -87,14 +87,21 @@ Result<LibraryState> LibraryStore::load() const {
 }
 
 Result<LibraryState> LibraryStore::load(LibraryDecoder& decoder) const {
+  LibraryState state;
+  if (auto loaded = loadInto(decoder, state); !loaded) return loaded.error();
+  return state;
+}
+
+Result<void> LibraryStore::loadInto(LibraryDecoder& decoder, LibraryState& state) const {
   const fs::path file = fileURL();
   struct stat status {};
   if (::stat(file.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
-    return LibraryState{};
+    state = LibraryState{};
+    return {};
   }
-  Result<LibraryState> state = decoder.decodeFile(file);
-  if (state.ok() && state->version != 1) return VeltoError::newerLibrary();
-  return state;
+  if (auto decoded = decoder.decodeFileInto(file, state); !decoded) return decoded;
+  if (state.version != 1) return VeltoError::newerLibrary();
+  return {};
 }
 
 Result<void> LibraryStore::save(const LibraryState& state) const {

@@ -36,6 +36,10 @@ class LibraryStore {
   Result<LibraryState> load() const;
   // The same, reusing the decoder's buffers (for a process that loads on every request).
   Result<LibraryState> load(LibraryDecoder& decoder) const;
+  // The same into `state`, reading over the records it holds (LibraryDecoder::
+  // decodeFileInto): what a server that loads on every request keeps between requests.
+  // On failure `state` must not be used.
+  Result<void> loadInto(LibraryDecoder& decoder, LibraryState& state) const;
 
   // Creates the folder if needed, tightens it to 0700, then atomically replaces the file
   // with the encoded state at mode 0600 and flushes it to disk. On failure (Domain::file)
