@@ -106,11 +106,12 @@ std::optional<std::string> MCPService::respond(std::string_view bytes) {
 MCPService::Reply MCPService::dispatch(const std::string& method, const json& params) {
   if (method == "ping") return Reply::success(json::object());
 
-  Result<LibraryState> library = store_.load(decoder_);
-  if (!library.ok()) return Reply::success(toolResult(library.error()));
+  if (Result<void> loaded = store_.loadInto(decoder_, library_); !loaded.ok()) {
+    return Reply::success(toolResult(loaded.error()));
+  }
 
   const std::optional<ClientGrant> grant =
-      ClientAuthorization::authorize(clientID_, token_, *library);
+      ClientAuthorization::authorize(clientID_, token_, library_);
   if (!grant) return Reply::failure(kNotAllowed, "Connection not allowed.");
 
   if (method == "initialize") {
@@ -134,12 +135,11 @@ MCPService::Reply MCPService::dispatch(const std::string& method, const json& pa
     return Reply::failure(kNotInitialized, "Initialize the connection first.");
   }
   if (method == "tools/list") return Reply::success({{"tools", toolDefinitions()}});
-  if (method == "tools/call") return callTool(params, *library, *grant);
+  if (method == "tools/call") return callTool(params, *grant);
   return Reply::failure(kMethodNotFound, "Method not found");
 }
 
-MCPService::Reply MCPService::callTool(const json& params, const LibraryState& library,
-                                       const ClientGrant& grant) {
+MCPService::Reply MCPService::callTool(const json& params, const ClientGrant& grant) {
   const auto name = params.find("name");
   if (name == params.end() || !name->is_string()) {
     return Reply::failure(kInvalidParams, "A tool name is required.");
@@ -155,16 +155,16 @@ MCPService::Reply MCPService::callTool(const json& params, const LibraryState& l
   };
   if (*name == "list_tabs") {
     return run(ToolCalls::decodeListTabs(arguments), [&](const auto& decoded) {
-      return ToolCalls::listTabs(decoded, library, clock_());
+      return ToolCalls::listTabs(decoded, library_, clock_());
     });
   }
   if (*name == "search_closed_tabs") {
     return run(ToolCalls::decodeSearchClosedTabs(arguments),
-               [&](const auto& decoded) { return ToolCalls::searchClosedTabs(decoded, library); });
+               [&](const auto& decoded) { return ToolCalls::searchClosedTabs(decoded, library_); });
   }
   if (*name == "reopen_tab") {
     return run(ToolCalls::decodeReopenTab(arguments), [&](const auto& decoded) {
-      return ToolCalls::reopenTab(decoded, library, grant, opener_);
+      return ToolCalls::reopenTab(decoded, library_, grant, opener_);
     });
   }
   return Reply::failure(kInvalidParams, "Unknown tool");

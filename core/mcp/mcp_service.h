@@ -49,8 +49,7 @@ class MCPService {
   struct Reply;
 
   Reply dispatch(const std::string& method, const nlohmann::json& params);
-  Reply callTool(const nlohmann::json& params, const LibraryState& library,
-                 const ClientGrant& grant);
+  Reply callTool(const nlohmann::json& params, const ClientGrant& grant);
 
   LibraryStore store_;
   std::string clientID_;
@@ -58,8 +57,10 @@ class MCPService {
   ToolCalls::Opener opener_;
   Clock clock_;
   Session session_ = Session::fresh;
-  // Kept between requests so its buffers are reused; the file is still read each time.
+  // Kept between requests only so that their memory is reused: every request that needs
+  // the library reads and decodes the file again, over these records.
   LibraryDecoder decoder_;
+  LibraryState library_;
 };
 
 }  // namespace velto
