@@ -6,10 +6,6 @@
 
 #include <iostream>
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
-
 #include "core/browser/application_launcher.h"
 #include "core/browser/reopen.h"
 #include "core/mcp/mcp_service.h"
@@ -20,12 +16,6 @@ int main() {
 
   // A client that goes away while we answer must not kill us mid-write; the write just fails.
   ::signal(SIGPIPE, SIG_IGN);
-#if defined(__GLIBC__)
-  // Every request builds and frees the records of the whole library (some 100,000 small
-  // strings). glibc parks such frees in fastbins and then merges them one by one on the
-  // next large allocation, which costs a request about a third more.
-  ::mallopt(M_MXFAST, 0);
-#endif
   std::ios::sync_with_stdio(false);
 
   const EnvironmentLookup env = processEnvironment();
