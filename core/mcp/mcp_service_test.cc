@@ -41,10 +41,10 @@ class MCPServiceTest : public ::testing::Test {
     library_.preferences.exclusions = {"bank.example"};
     library_.liveUpdatedAt = ago(30);
     for (const std::string id : {"chrome:1:1", "chrome:1:2", "brave:1:1", "safari:1:1"}) {
-      library_.liveTabs.push_back(
-          {.id = id,
-           .browser = *browserFromRawValue(id.substr(0, id.find(':'))),
-           .url = id == "chrome:1:2" ? "https://bank.example/" : "https://a.example/"});
+      LiveTab& tab = library_.liveTabs.emplace_back();
+      tab.id = id;
+      tab.browser = *browserFromRawValue(id.substr(0, id.find(':')));
+      tab.url = id == "chrome:1:2" ? "https://bank.example/" : "https://a.example/";
     }
     // 1 and 6 closed at the same time, 2 earlier; 3 saved, 4 pending, 5 excluded.
     for (const auto& [n, url, state, closedAgo] :

@@ -57,7 +57,9 @@ TEST_F(LibrarySummaryTest, CountsOpenTabsOnlyWhileTheSnapshotIsFresh) {
                               {Browser::chrome, "https://x.bank.example/"},
                               {Browser::safari, "https://a.example/"},
                               {Browser::chrome, "https://b.example/"}}) {
-    state_.liveTabs.push_back({.browser = browser, .url = url});
+    LiveTab& tab = state_.liveTabs.emplace_back();
+    tab.browser = browser;
+    tab.url = url;
   }
   for (const auto& [age, count] :
        std::vector<std::pair<std::optional<double>, std::optional<int64_t>>>{
