@@ -42,8 +42,10 @@ std::optional<Date> visitDate(Browser browser, double value) {
   return dateFromSecondsSince1970(since1970);
 }
 
-// Runs one statement over urls[first, first + count). False when it cannot be prepared,
-// which means the database does not have this browser's schema.
+// Runs one statement over urls[first, first + count). False when it cannot be prepared
+// (the database does not have this browser's schema) or stepping stops on an error: a
+// damaged page can fail a lookup after earlier rows came back, and a database that
+// cannot be read whole contributes nothing rather than whatever preceded the damage.
 bool queryBatch(sqlite3* db, Browser browser, const std::vector<std::string>& urls, size_t first,
                 size_t count, Visits& visits) {
   sqlite3_stmt* raw = nullptr;
@@ -56,7 +58,8 @@ bool queryBatch(sqlite3* db, Browser browser, const std::vector<std::string>& ur
     sqlite3_bind_text64(statement.get(), static_cast<int>(i + 1), url.data(), url.size(),
                         SQLITE_TRANSIENT, SQLITE_UTF8);
   }
-  while (sqlite3_step(statement.get()) == SQLITE_ROW) {
+  int stepped;
+  while ((stepped = sqlite3_step(statement.get())) == SQLITE_ROW) {
     const auto* url = sqlite3_column_text(statement.get(), 0);
     if (url == nullptr) continue;
     const auto date = visitDate(browser, sqlite3_column_double(statement.get(), 1));
@@ -64,7 +67,7 @@ bool queryBatch(sqlite3* db, Browser browser, const std::vector<std::string>& ur
     visits[std::string(reinterpret_cast<const char*>(url),
                        static_cast<size_t>(sqlite3_column_bytes(statement.get(), 0)))] = *date;
   }
-  return true;
+  return stepped == SQLITE_DONE;
 }
 
 }  // namespace

@@ -45,6 +45,7 @@ std::vector<std::filesystem::path> databases(Browser browser, const EnvironmentL
 
 // The latest visit of each of `urls` recorded in one database with `browser`'s schema.
 // Any number of URLs: batches beyond SQLite's limit on bound parameters are split.
+// Empty when the database cannot be opened, lacks the schema or fails while being read.
 Visits query(const std::filesystem::path& database, Browser browser,
              const std::vector<std::string>& urls);
 

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -42,6 +41,13 @@ int64_t chromiumTime(double secondsSince1970) {
   return static_cast<int64_t>((secondsSince1970 + 11644473600.0) * 1e6);
 }
 
+std::string fileBytes(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
+}
+
 class BrowserHistoryTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -49,18 +55,16 @@ class BrowserHistoryTest : public testing::Test {
     ASSERT_NE(mkdtemp(pattern), nullptr);
     root_ = pattern;
     env_ = [home = (root_ / "home").string()](std::string_view name) -> std::optional<std::string> {
-      if (name == "HOME") return home;
-      return std::nullopt;
+      return name == "HOME" ? std::optional(home) : std::nullopt;
     };
   }
   void TearDown() override { fs::remove_all(root_); }
 
-  // The profile folder `profile` of `browser`'s data folder, created.
-  fs::path profile(Browser browser, const std::string& profile) {
-    const auto where = location(browser, env_);
-    EXPECT_TRUE(where && where->isProfileFolder);
-    fs::create_directories(where->path / profile);
-    return where->path / profile;
+  // "<profile>/History" in `browser`'s data folder, the folder created.
+  fs::path history(Browser browser, const std::string& profile) {
+    const fs::path folder = location(browser, env_)->path / profile;
+    fs::create_directories(folder);
+    return folder / "History";
   }
 
   static void exec(sqlite3* db, const std::string& sql) {
@@ -77,12 +81,15 @@ class BrowserHistoryTest : public testing::Test {
     sqlite3_close(db);
   }
 
+  // `title` is SQL, so that a test can make rows big enough to fill a page each.
+  static std::string chromiumRow(const std::string& url, int64_t time,
+                                 const std::string& titleSQL = "'t'") {
+    return "INSERT INTO urls(url, title, last_visit_time) VALUES('" + url + "', " + titleSQL +
+           ", " + std::to_string(time) + ");";
+  }
   static void makeChromium(const fs::path& path, const std::map<std::string, int64_t>& visits) {
     std::string sql = kChromiumSchema;
-    for (const auto& [url, time] : visits) {
-      sql += "INSERT INTO urls(url, title, last_visit_time) VALUES('" + url + "', 't', " +
-             std::to_string(time) + ");";
-    }
+    for (const auto& [url, time] : visits) sql += chromiumRow(url, time);
     makeDatabase(path, sql);
   }
 
@@ -91,26 +98,22 @@ class BrowserHistoryTest : public testing::Test {
     std::string sql = kSafariSchema;
     int item = 0;
     for (const auto& [url, times] : visits) {
-      ++item;
-      sql += "INSERT INTO history_items(id, url, visit_count) VALUES(" + std::to_string(item) +
-             ", '" + url + "', 1);";
+      const std::string id = std::to_string(++item);
+      sql +=
+          "INSERT INTO history_items(id, url, visit_count) VALUES(" + id + ", '" + url + "', 1);";
       for (double time : times) {
-        sql += "INSERT INTO history_visits(history_item, visit_time) VALUES(" +
-               std::to_string(item) + ", " + std::to_string(time) + ");";
+        sql += "INSERT INTO history_visits(history_item, visit_time) VALUES(" + id + ", " +
+               std::to_string(time) + ");";
       }
     }
     makeDatabase(path, sql);
   }
 
-  // Every file below root with its bytes, to prove that reading changed nothing.
-  std::map<std::string, std::string> snapshotFiles() const {
+  // Every file below root with its bytes.
+  std::map<std::string, std::string> allFiles() const {
     std::map<std::string, std::string> files;
     for (const auto& entry : fs::recursive_directory_iterator(root_)) {
-      if (!entry.is_regular_file()) continue;
-      std::ifstream in(entry.path(), std::ios::binary);
-      std::ostringstream bytes;
-      bytes << in.rdbuf();
-      files[entry.path().string()] = bytes.str();
+      if (entry.is_regular_file()) files[entry.path().string()] = fileBytes(entry.path());
     }
     return files;
   }
@@ -119,54 +122,47 @@ class BrowserHistoryTest : public testing::Test {
   EnvironmentLookup env_;
 };
 
-TEST_F(BrowserHistoryTest, ChromiumTimesAreMicrosecondsSince1601) {
-  const fs::path db = profile(Browser::chrome, "Default") / "History";
-  makeChromium(db, {{"https://a.org/", 13300000000000000},
-                    {"https://zero.org/", 0},
-                    {"https://negative.org/", -5},
-                    {"https://far.org/", INT64_MAX}});
-  const Visits visits = query(db, Browser::chrome,
+TEST_F(BrowserHistoryTest, TimesConvertPerFamilyAndNonPositiveOnesAreIgnored) {
+  const fs::path chrome = history(Browser::chrome, "Default");
+  makeChromium(chrome, {{"https://a.org/", 13300000000000000},
+                        {"https://zero.org/", 0},
+                        {"https://negative.org/", -5},
+                        {"https://far.org/", INT64_MAX}});
+  const Visits visits = query(chrome, Browser::chrome,
                               {"https://a.org/", "https://zero.org/", "https://negative.org/",
                                "https://far.org/", "https://unknown.org/"});
   EXPECT_EQ(visits, (Visits{{"https://a.org/", dateFromSecondsSince1970(1655526400)}}));
   EXPECT_EQ(formatISO8601(visits.at("https://a.org/")), "2022-06-18T04:26:40Z");
-}
 
-TEST_F(BrowserHistoryTest, SafariTimesAreSecondsSince2001AndTheLatestVisitWins) {
-  const fs::path db = root_ / "History.db";
-  makeSafari(db, {{"https://a.org/", {100.0, 700000000.5, 5000.0}},
-                  {"https://b.org/", {0.0, -1.0}},
-                  {"https://c.org/", {}}});
-  EXPECT_EQ(query(db, Browser::safari, {"https://a.org/", "https://b.org/", "https://c.org/"}),
+  // Safari: seconds since 2001, the latest of an item's visits.
+  const fs::path safari = root_ / "History.db";
+  makeSafari(safari, {{"https://a.org/", {100.0, 700000000.5, 5000.0}},
+                      {"https://b.org/", {0.0, -1.0}},
+                      {"https://c.org/", {}}});
+  EXPECT_EQ(query(safari, Browser::safari, {"https://a.org/", "https://b.org/", "https://c.org/"}),
             (Visits{{"https://a.org/", dateFromSecondsSince1970(978307200 + 700000000.5)}}));
 }
 
-TEST_F(BrowserHistoryTest, EveryProfileFolderWithAHistoryFileCounts) {
-  makeChromium(profile(Browser::chrome, "Default") / "History", {});
-  makeChromium(profile(Browser::chrome, "Profile 1") / "History", {});
-  makeChromium(profile(Browser::chrome, ".hidden") / "History", {});
-  profile(Browser::chrome, "System Profile");  // no History
-  std::ofstream(location(Browser::chrome, env_)->path / "Local State") << "{}";
-
-  const fs::path folder = location(Browser::chrome, env_)->path;
-  EXPECT_EQ(databases(Browser::chrome, env_),
-            (std::vector<fs::path>{folder / ".hidden/History", folder / "Default/History",
-                                   folder / "Profile 1/History"}));
-  EXPECT_TRUE(databases(Browser::brave, env_).empty());  // folder missing
-}
-
-TEST_F(BrowserHistoryTest, LatestVisitOverAllProfilesAndBrowsers) {
+TEST_F(BrowserHistoryTest, LatestVisitOverEveryProfileAndBrowser) {
   const double base = 1700000000;
-  makeChromium(
-      profile(Browser::chrome, "Default") / "History",
-      {{"https://same.org/", chromiumTime(base)}, {"https://only.org/", chromiumTime(base)}});
-  makeChromium(profile(Browser::chrome, "Profile 1") / "History",
+  makeChromium(history(Browser::chrome, "Default"), {{"https://same.org/", chromiumTime(base)},
+                                                     {"https://only.org/", chromiumTime(base)}});
+  makeChromium(history(Browser::chrome, "Profile 1"),
                {{"https://same.org/", chromiumTime(base + 300)}});
-  makeChromium(profile(Browser::brave, "Default") / "History",
+  makeChromium(history(Browser::chrome, ".hidden"), {});
+  history(Browser::chrome, "System Profile");  // a folder without History
+  std::ofstream(location(Browser::chrome, env_)->path / "Local State") << "{}";
+  makeChromium(history(Browser::brave, "Default"),
                {{"https://same.org/", chromiumTime(base + 100)}});
-  makeChromium(profile(Browser::edge, "Default") / "History",
+  makeChromium(history(Browser::edge, "Default"),
                {{"https://same.org/", chromiumTime(base + 900)}});
 
+  const fs::path chrome = location(Browser::chrome, env_)->path;
+  EXPECT_EQ(databases(Browser::chrome, env_),
+            (std::vector<fs::path>{chrome / ".hidden/History", chrome / "Default/History",
+                                   chrome / "Profile 1/History"}));
+
+  // Edge is not asked for, so its later visit does not count.
   const std::vector<std::string> urls = {"https://same.org/", "https://only.org/",
                                          "https://same.org/", "https://never.org/"};
   const Visits visits = lastVisits(urls, {Browser::chrome, Browser::brave, Browser::safari}, env_);
@@ -179,70 +175,77 @@ TEST_F(BrowserHistoryTest, LatestVisitOverAllProfilesAndBrowsers) {
 }
 
 TEST_F(BrowserHistoryTest, BrokenDatabasesContributeNothingAndTheRestIsRead) {
-  makeChromium(profile(Browser::chrome, "Good") / "History",
-               {{"https://a.org/", chromiumTime(1700000000)}});
+  const std::string url = "https://a.org/";
+  makeChromium(history(Browser::chrome, "Good"), {{url, chromiumTime(1700000000)}});
   // A Safari database where a Chromium one belongs: the statement cannot be prepared.
-  makeSafari(profile(Browser::chrome, "Foreign") / "History", {{"https://a.org/", {9e8}}});
-  std::ofstream(profile(Browser::chrome, "Garbage") / "History") << "not a database at all";
-  std::ofstream(profile(Browser::chrome, "Empty") / "History");
-  fs::create_directories(profile(Browser::chrome, "Folder") / "History");
-  // A truncated database: its first page only.
-  makeChromium(root_ / "whole", {{"https://a.org/", chromiumTime(1800000000)}});
-  fs::copy_file(root_ / "whole", profile(Browser::chrome, "Truncated") / "History");
-  fs::resize_file(profile(Browser::chrome, "Truncated") / "History", 100);
+  makeSafari(history(Browser::chrome, "Foreign"), {{url, {9e8}}});
+  std::ofstream(history(Browser::chrome, "Garbage")) << "not a database at all";
+  std::ofstream(history(Browser::chrome, "Empty")).flush();
+  fs::create_directories(history(Browser::chrome, "Folder"));
+  makeChromium(root_ / "whole", {{url, chromiumTime(1800000000)}});
+  fs::copy_file(root_ / "whole", history(Browser::chrome, "Truncated"));
+  fs::resize_file(history(Browser::chrome, "Truncated"), 100);
+  // A row per page; the later URL's page is overwritten, so reading fails only after the
+  // earlier URL's row has come back.
+  const fs::path damaged = history(Browser::chrome, "Damaged");
+  makeDatabase(damaged, std::string("PRAGMA page_size = 4096;") + kChromiumSchema +
+                            chromiumRow(url, chromiumTime(1800000000), "printf('%.3000c', 'a')") +
+                            chromiumRow("https://z.org/", 1, "'victim' || printf('%.3000c', 'z')"));
+  std::string bytes = fileBytes(damaged);
+  const size_t page = bytes.find("victim") / 4096 * 4096;
+  ASSERT_LT(page, bytes.size());
+  bytes.replace(page, 4096, 4096, '\xff');
+  std::ofstream(damaged, std::ios::binary) << bytes;
 
-  for (const auto& name : {"Foreign", "Garbage", "Empty", "Folder", "Truncated"}) {
-    EXPECT_TRUE(
-        query(profile(Browser::chrome, name) / "History", Browser::chrome, {"https://a.org/"})
-            .empty())
+  for (const auto& name : {"Foreign", "Garbage", "Empty", "Folder", "Truncated", "Damaged"}) {
+    EXPECT_EQ(query(history(Browser::chrome, name), Browser::chrome, {url, "https://z.org/"}),
+              Visits{})
         << name;
   }
-  EXPECT_TRUE(query(root_ / "missing", Browser::chrome, {"https://a.org/"}).empty());
-  EXPECT_EQ(databases(Browser::chrome, env_).size(), 6u);
-  const Visits visits = lastVisits({"https://a.org/"}, {Browser::chrome}, env_);
+  EXPECT_EQ(query(root_ / "missing", Browser::chrome, {url}), Visits{});
+  EXPECT_EQ(databases(Browser::chrome, env_).size(), 7u);
+  const Visits visits = lastVisits({url, "https://z.org/"}, {Browser::chrome}, env_);
   ASSERT_EQ(visits.size(), 1u);
-  EXPECT_NEAR(secondsSince1970(visits.at("https://a.org/")), 1700000000, 1e-5);
+  EXPECT_NEAR(secondsSince1970(visits.at(url)), 1700000000, 1e-5);
 }
 
-TEST_F(BrowserHistoryTest, ReadingLeavesEveryFileByteForByteAsItWas) {
-  makeChromium(profile(Browser::chrome, "Default") / "History",
-               {{"https://a.org/", chromiumTime(1700000000)}});
-  makeChromium(profile(Browser::edge, "Default") / "History", {});
+TEST_F(BrowserHistoryTest, ReadingChangesNoFileAndIgnoresAWritersLock) {
+  const fs::path chrome = history(Browser::chrome, "Default");
+  makeChromium(chrome, {{"https://a.org/", chromiumTime(1700000000)}});
+  makeChromium(history(Browser::edge, "Default"), {});
   makeSafari(root_ / "History.db", {{"https://a.org/", {1.0}}});
-  const auto before = snapshotFiles();
+  const auto before = allFiles();
   ASSERT_EQ(before.size(), 3u);
   EXPECT_EQ(lastVisits({"https://a.org/"}, {Browser::chrome, Browser::edge}, env_).size(), 1u);
   EXPECT_EQ(query(root_ / "History.db", Browser::safari, {"https://a.org/"}).size(), 1u);
-  EXPECT_EQ(snapshotFiles(), before);  // same files, no journal or lock files left
-}
+  EXPECT_EQ(allFiles(), before);  // same bytes, no journal or lock files left
 
-TEST_F(BrowserHistoryTest, DatabaseLockedByAWriterIsStillReadAsCommitted) {
-  const fs::path db = profile(Browser::chrome, "Default") / "History";
-  makeChromium(db, {{"https://a.org/", chromiumTime(1700000000)}});
+  // A writer in the middle of a transaction neither blocks the read nor shows through.
   sqlite3* writer = nullptr;
-  ASSERT_EQ(sqlite3_open(db.c_str(), &writer), SQLITE_OK);
+  ASSERT_EQ(sqlite3_open(chrome.c_str(), &writer), SQLITE_OK);
   exec(writer, "BEGIN EXCLUSIVE; UPDATE urls SET last_visit_time = " +
                    std::to_string(chromiumTime(1800000000)) + ";");
-
-  const Visits visits = query(db, Browser::chrome, {"https://a.org/"});
-  ASSERT_EQ(visits.size(), 1u);
-  EXPECT_NEAR(secondsSince1970(visits.at("https://a.org/")), 1700000000, 1e-5);
-
+  const Visits visits = query(chrome, Browser::chrome, {"https://a.org/"});
   exec(writer, "ROLLBACK;");
   sqlite3_close(writer);
+  ASSERT_EQ(visits.size(), 1u);
+  EXPECT_NEAR(secondsSince1970(visits.at("https://a.org/")), 1700000000, 1e-5);
 }
 
 TEST_F(BrowserHistoryTest, BatchesBeyondTheParameterLimitAreSplitNotLost) {
-  const fs::path db = root_ / "History";
-  std::map<std::string, int64_t> rows;
+  // The limit depends on how SQLite was built (999, 32766, 250000...): ask it.
+  sqlite3* memory = nullptr;
+  ASSERT_EQ(sqlite3_open(":memory:", &memory), SQLITE_OK);
+  const auto limit = static_cast<size_t>(sqlite3_limit(memory, SQLITE_LIMIT_VARIABLE_NUMBER, -1));
+  sqlite3_close(memory);
+
   std::vector<std::string> urls;
-  for (int i = 0; i < 70000; ++i) urls.push_back("https://example.org/" + std::to_string(i));
-  for (int i : {0, 32765, 32766, 32767, 65533, 69999}) {
-    rows[urls[static_cast<size_t>(i)]] = chromiumTime(1700000000 + i);
-  }
-  makeChromium(db, rows);
-  const Visits visits = query(db, Browser::chrome, urls);
-  ASSERT_EQ(visits.size(), rows.size());
+  for (size_t i = 0; i < limit + 2; ++i) urls.push_back("https://a.org/" + std::to_string(i));
+  std::map<std::string, int64_t> rows;
+  for (size_t i : {size_t{0}, limit - 1, limit, limit + 1}) rows[urls[i]] = chromiumTime(1e9);
+  makeChromium(root_ / "History", rows);
+  const Visits visits = query(root_ / "History", Browser::chrome, urls);
+  EXPECT_EQ(visits.size(), rows.size());
   for (const auto& [url, time] : rows) EXPECT_TRUE(visits.contains(url)) << url;
 }
 
@@ -250,7 +253,6 @@ TEST_F(BrowserHistoryTest, PathsThatNeedEncodingStillOpen) {
   const struct {
     std::string path, uri;
   } cases[] = {
-      {"/a/History", "file:/a/History?immutable=1"},
       {"/My Profile/History", "file:/My%20Profile/History?immutable=1"},
       {"/what?/100%/#1/History", "file:/what%3F/100%25/%231/History?immutable=1"},
       {"/caf\xc3\xa9/H", "file:/caf%C3%A9/H?immutable=1"},
@@ -265,14 +267,13 @@ TEST_F(BrowserHistoryTest, PathsThatNeedEncodingStillOpen) {
 
 #ifdef __APPLE__
 TEST_F(BrowserHistoryTest, LocationsUnderTheMacHomeFolder) {
-  const fs::path home = root_ / "home";
+  const fs::path home = root_ / "home", support = home / "Library/Application Support";
   EXPECT_EQ(location(Browser::safari, env_), (Location{home / "Library/Safari/History.db", false}));
-  EXPECT_EQ(location(Browser::chrome, env_),
-            (Location{home / "Library/Application Support/Google/Chrome", true}));
+  EXPECT_EQ(location(Browser::chrome, env_), (Location{support / "Google/Chrome", true}));
   EXPECT_EQ(location(Browser::brave, env_),
-            (Location{home / "Library/Application Support/BraveSoftware/Brave-Browser", true}));
-  EXPECT_EQ(location(Browser::edge, env_),
-            (Location{home / "Library/Application Support/Microsoft Edge", true}));
+            (Location{support / "BraveSoftware/Brave-Browser", true}));
+  EXPECT_EQ(location(Browser::edge, env_), (Location{support / "Microsoft Edge", true}));
+  // Safari's one database is listed whether or not it exists.
   EXPECT_EQ(databases(Browser::safari, env_),
             std::vector<fs::path>{home / "Library/Safari/History.db"});
 }
@@ -281,13 +282,13 @@ TEST_F(BrowserHistoryTest, LocationsUnderTheXDGConfigFolder) {
   const fs::path config = root_ / "home/.config";
   EXPECT_EQ(location(Browser::safari, env_), std::nullopt);
   EXPECT_TRUE(databases(Browser::safari, env_).empty());
+  EXPECT_TRUE(databases(Browser::brave, env_).empty());  // no data folder
   EXPECT_EQ(location(Browser::chrome, env_), (Location{config / "google-chrome", true}));
   EXPECT_EQ(location(Browser::brave, env_),
             (Location{config / "BraveSoftware/Brave-Browser", true}));
   EXPECT_EQ(location(Browser::edge, env_), (Location{config / "microsoft-edge", true}));
   const EnvironmentLookup xdg = [](std::string_view name) -> std::optional<std::string> {
-    if (name == "XDG_CONFIG_HOME") return "/cfg";
-    return std::nullopt;
+    return name == "XDG_CONFIG_HOME" ? std::optional<std::string>("/cfg") : std::nullopt;
   };
   EXPECT_EQ(location(Browser::chrome, xdg), (Location{"/cfg/google-chrome", true}));
   EXPECT_EQ(location(Browser::chrome, [](std::string_view) { return std::nullopt; }), std::nullopt);
