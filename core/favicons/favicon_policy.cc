@@ -1,5 +1,7 @@
 #include "core/favicons/favicon_policy.h"
 
+#include <utf8proc.h>
+
 #include <algorithm>
 
 #include "core/policy/tab_policy.h"
@@ -23,10 +25,48 @@ std::string normalizedHost(std::string_view host) {
   return lowercased(host);
 }
 
+// Digits of every script count, not only ASCII ones: a resolver that maps fullwidth
+// digits reads "１２７.０.０.１" as the loopback address.
+bool isNumbersAndDots(std::string_view host) {
+  const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(host.data());
+  const auto size = static_cast<utf8proc_ssize_t>(host.size());
+  for (utf8proc_ssize_t at = 0; at < size;) {
+    utf8proc_int32_t c = 0;
+    const utf8proc_ssize_t length = utf8proc_iterate(bytes + at, size - at, &c);
+    if (length <= 0) return false;
+    const utf8proc_category_t category = utf8proc_category(c);
+    if (c != '.' && category != UTF8PROC_CATEGORY_ND && category != UTF8PROC_CATEGORY_NL &&
+        category != UTF8PROC_CATEGORY_NO) {
+      return false;
+    }
+    at += length;
+  }
+  return true;
+}
+
+// A decoded host written back into a URL. Characters that would end the host ("/", "?",
+// "#", "@") or could not stand in it stay encoded, so the URL names the host that was
+// checked and no other; non-ASCII stays as it is for the resolver's IDNA mapping.
+std::string encodedHost(std::string_view host) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string out;
+  for (const char c : host) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool alphanumeric =
+        (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    if (byte >= 0x80 || alphanumeric ||
+        std::string_view("-._~!$&'()*+,;=:").find(c) != std::string_view::npos) {
+      out.push_back(c);
+    } else {
+      out.append({'%', kDigits[byte >> 4], kDigits[byte & 0x0f]});
+    }
+  }
+  return out;
+}
+
 bool isNameOrSubdomain(std::string_view host, std::string_view name) {
-  return host == name ||
-         (host.size() > name.size() && host.ends_with(name) &&
-          host[host.size() - name.size() - 1] == '.');
+  return host == name || (host.size() > name.size() && host.ends_with(name) &&
+                          host[host.size() - name.size() - 1] == '.');
 }
 
 }  // namespace
@@ -36,9 +76,7 @@ bool isPublicHostname(std::string_view rawHost) {
   if (host.find('.') == std::string::npos || host.find_first_of(":[") != std::string::npos) {
     return false;
   }
-  if (std::all_of(host.begin(), host.end(), [](char c) { return c == '.' || (c >= '0' && c <= '9'); })) {
-    return false;
-  }
+  if (isNumbersAndDots(host)) return false;
   return std::none_of(std::begin(kReservedNames), std::end(kReservedNames),
                       [&](std::string_view name) { return isNameOrSubdomain(host, name); });
 }
@@ -53,7 +91,7 @@ std::optional<std::string> iconURL(std::string_view pageURL,
   if (host == kVideoShortLinkHost || isNameOrSubdomain(host, kVideoDomain)) {
     host = kVideoWWWHost;
   }
-  std::string icon = "https://" + host + "/favicon.ico";
+  std::string icon = "https://" + encodedHost(host) + "/favicon.ico";
   if (TabPolicy::isExcluded(icon, exclusions)) return std::nullopt;
   return icon;
 }
@@ -73,6 +111,8 @@ std::vector<std::string> candidates(std::string_view iconURL,
   all.emplace_back(iconURL);
   if (icon) {
     Url sibling = *icon;
+    sibling.host = encodedHost(sibling.host);
+    if (sibling.path.size() > 1 && sibling.path.ends_with('/')) sibling.path.pop_back();
     const size_t slash = sibling.path.rfind('/');
     sibling.path.resize(slash == std::string::npos ? 0 : slash);
     sibling.path += "/apple-touch-icon.png";

@@ -28,14 +28,16 @@ inline constexpr std::string_view kReservedNames[] = {
     "localhost", "local", "internal", "test", "invalid",
     "example",   "onion", "home",     "lan",  "arpa"};
 
-// A dotted name (case and surrounding dots ignored) that is not an IP literal, not all
-// digits and dots, and not a reserved name or a name ending in "." + a reserved name.
+// A dotted name (case and surrounding dots ignored) that is not an IP literal, not made
+// only of dots and number characters (of any script), and not a reserved name or a name
+// ending in "." + a reserved name.
 bool isPublicHostname(std::string_view host);
 
 // The primary icon address of a page: https://HOST/favicon.ico for a page that is not
 // excluded, is plain http(s) on a public host, and names no port or port 80 or 443.
-// HOST is lowercased without surrounding dots (the video site's hosts become its www
-// host). Absent when the page gets no icon, or when that address is itself excluded.
+// HOST is lowercased without surrounding dots, with what cannot stand in a host left
+// percent-encoded (the video site's hosts become its www host). Absent when the page
+// gets no icon, or when that address is itself excluded.
 std::optional<std::string> iconURL(std::string_view pageURL,
                                    const std::vector<std::string>& exclusions);
 
