@@ -12,9 +12,9 @@ struct JSONMessage {
   nlohmann::json object;  // the top level, always a JSON object
   // The exact JSON text to write back as the response's "id", absent when the message
   // has no "id" member (a notification, or an envelope error answered with null).
-  // A number id is kept as its own token, so 1.0, -0, 1E5 and integers beyond 64 bits
-  // come back exactly as sent; any other id (null, string, boolean, object, array) is
-  // the same value written compactly with sorted keys.
+  // Every number in it, at any depth, is kept as its own token, so 1.0, -0, 1E5 and
+  // integers beyond 64 bits come back exactly as sent; the rest is the same value
+  // written compactly, object keys sorted, strings as the response writer writes them.
   std::optional<std::string> idJSON;
 };
 
