@@ -12,8 +12,9 @@ namespace {
 
 // Reads one line into `line`. Stops storing once the line is certainly too long (a CR
 // may still follow the longest line, hence the one byte of slack) but keeps consuming
-// it to its end. False at end of input with nothing read.
-bool readLine(std::streambuf& in, std::string& line, bool& oversized) {
+// it to its end. Absent at end of input with nothing read; otherwise whether the line
+// ended with LF (a last line may not).
+std::optional<bool> readLine(std::streambuf& in, std::string& line, bool& oversized) {
   line.clear();
   oversized = false;
   bool readAny = false;
@@ -26,7 +27,7 @@ bool readLine(std::streambuf& in, std::string& line, bool& oversized) {
       oversized = true;
     }
   }
-  return readAny;
+  return readAny ? std::optional(false) : std::nullopt;
 }
 
 }  // namespace
@@ -36,9 +37,10 @@ int runLineLoop(std::istream& in, std::ostream& out, const LineHandler& handle) 
   if (input == nullptr) return 0;
   std::string line;
   bool oversized = false;
-  while (readLine(*input, line, oversized)) {
+  for (std::optional<bool> endedWithLF; (endedWithLF = readLine(*input, line, oversized));) {
     if (oversized) continue;
-    if (line.ends_with('\r')) line.pop_back();
+    // Only a CR before the LF belongs to the line end.
+    if (*endedWithLF && line.ends_with('\r')) line.pop_back();
     // Replacing invalid bytes can only make the line longer, never shorter.
     if (line.size() > kMaxLineBytes) continue;
     if (!isValidUTF8(line)) {
