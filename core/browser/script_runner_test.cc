@@ -15,24 +15,17 @@ TEST(ScriptRunnerTest, ErrorNumberComesFromTheEndOfTheMessage) {
   } cases[] = {
       {"36:52: execution error: Not authorized to send Apple events to Google Chrome. (-1743)\n",
        -1743},
-      {"0:12: execution error: Safari got an error: AppleEvent timed out. (-1712)", -1712},
       {"112:130: execution error: Brave Browser got an error: Application isn\xe2\x80\x99t "
        "running. (-600)\r\n\n",
        -600},
       {"35:40: syntax error: Expected end of line but found identifier. (-2741)\n", -2741},
-      {"execution error: (1) (-1719)\n", -1719},
       {"warning: (-1743)\nexecution error: Can\xe2\x80\x99t get window 1. (-1728)\n", -1728},
       {"execution error: Some error. (42)", 42},
       {"osascript: no such file\n", 0},
-      {"", 0},
       {"(-1743) at the start", 0},
       {"()", 0},
-      {"(-)", 0},
-      {"(+12)", 0},
       {"(12a)", 0},
-      {"(- 12)", 0},
       {"(99999999999999999999)", 0},
-      {")", 0},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(automationErrorNumber(c.standardError), c.number) << c.standardError;
@@ -41,8 +34,7 @@ TEST(ScriptRunnerTest, ErrorNumberComesFromTheEndOfTheMessage) {
 
 // Runs `shell` as a stand-in for the system's script runner.
 Result<ScriptValue> runWithFake(const std::string& shell, const std::string& source = "x") {
-  CommandScriptRunner runner("/bin/sh", {"-c", shell});
-  return runner.run(source);
+  return CommandScriptRunner("/bin/sh", {"-c", shell}).run(source);
 }
 
 TEST(ScriptRunnerTest, SourceGoesToStandardInputAndTheReplyIsRead) {
@@ -51,7 +43,7 @@ TEST(ScriptRunnerTest, SourceGoesToStandardInputAndTheReplyIsRead) {
   EXPECT_EQ(*echoed,
             ScriptValue::list({ScriptValue::text("tell application"), ScriptValue::boolean(true)}));
 
-  // A real script text, line feeds and non-ASCII characters included, arrives unchanged.
+  // A real script text, line feeds and non-ASCII characters included, arrives whole.
   const std::string script = BrowserScripts::snapshotScript(Browser::chrome);
   const auto counted = runWithFake("wc -c", script);
   ASSERT_TRUE(counted.ok());
@@ -65,37 +57,22 @@ TEST(ScriptRunnerTest, FailuresMapToUserSentences) {
   } cases[] = {
       {"echo '0:10: execution error: Not authorized. (-1743)' >&2; exit 1",
        VeltoError::automationFailure(-1743)},
-      {"echo 'execution error: timed out. (-1712)' >&2; exit 1",
-       VeltoError::automationFailure(-1712)},
       {"echo 'execution error: Error. (-1719)' >&2; exit 1", VeltoError::automationFailure(-1719)},
-      {"echo true; exit 1", VeltoError::automationFailure(0)},  // a failed run, whatever it printed
+      {"echo true; exit 1", VeltoError::automationFailure(0)},  // failed, whatever it printed
       {"kill -KILL $$", VeltoError::automationFailure(0)},
       {"echo '{\"unterminated'", VeltoError::automationFailure(0)},
-      {"echo 'tab 1 of window id 5'", VeltoError::automationFailure(0)},
   };
-  for (const auto& c : cases) {
-    const auto result = runWithFake(c.shell);
-    ASSERT_FALSE(result.ok()) << c.shell;
-    EXPECT_EQ(result.error(), c.error) << c.shell;
-  }
+  for (const auto& c : cases) EXPECT_EQ(runWithFake(c.shell).error(), c.error) << c.shell;
   EXPECT_EQ(VeltoError::automationFailure(-1719).message,
             "The browser could not complete the request (-1719). Try reconnecting it.");
-}
 
-TEST(ScriptRunnerTest, MissingRunnerMeansTheScriptCouldNotBeCreated) {
   CommandScriptRunner missing("/nonexistent/osascript", {"-s", "s", "-"});
-  const auto result = missing.run("return true");
-  ASSERT_FALSE(result.ok());
-  EXPECT_EQ(result.error(), VeltoError::scriptNotCreated());
-}
-
+  EXPECT_EQ(missing.run("return true").error(), VeltoError::scriptNotCreated());
 #ifndef __APPLE__
-TEST(ScriptRunnerTest, PlatformWithoutAppleScriptCannotCreateScripts) {
-  const auto result = platformScriptRunner()->run(BrowserScripts::snapshotScript(Browser::safari));
-  ASSERT_FALSE(result.ok());
-  EXPECT_EQ(result.error().message, "The browser script could not be created.");
-}
+  EXPECT_EQ(platformScriptRunner()->run(BrowserScripts::snapshotScript(Browser::safari)).error(),
+            VeltoError::scriptNotCreated());
 #endif
+}
 
 }  // namespace
 }  // namespace velto

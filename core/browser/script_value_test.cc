@@ -7,36 +7,22 @@ namespace {
 
 using V = ScriptValue;
 
-TEST(ScriptValueTest, ReadsRecordedSnapshotReply) {
-  // A snapshot reply as the script runner prints it: one window, two tabs, one title with
-  // an escaped quote and backslash.
-  const auto value = parseScriptOutput(
-      "{{\"1234\", \"567\", 1, \"Say \\\"hi\\\" \\\\ bye\", \"https://a.org/\", true}, "
-      "{\"1234\", \"568\", 2, \"\", \"https://b.org/\", false}}\n");
-  ASSERT_TRUE(value);
-  EXPECT_EQ(
-      *value,
-      V::list({
-          V::list({V::text("1234"), V::text("567"), V::integer(1), V::text("Say \"hi\" \\ bye"),
-                   V::text("https://a.org/"), V::boolean(true)}),
-          V::list({V::text("1234"), V::text("568"), V::integer(2), V::text(""),
-                   V::text("https://b.org/"), V::boolean(false)}),
-      }));
-}
-
-TEST(ScriptValueTest, ReadsEveryKindAndWhiteSpace) {
+TEST(ScriptValueTest, ReadsEveryKindInSourceForm) {
   const struct {
     std::string_view output;
     V expected;
   } cases[] = {
-      {"true\n", V::boolean(true)},
-      {"false", V::boolean(false)},
+      // A snapshot reply as the script runner prints it, with escapes in a title.
+      {"{{\"1234\", \"567\", 1, \"Say \\\"hi\\\" \\\\ bye\", \"https://a.org/\", true}, "
+       "{\"1234\", \"568\", -2, \"\", \"u\", false}}\n",
+       V::list(
+           {V::list({V::text("1234"), V::text("567"), V::integer(1), V::text("Say \"hi\" \\ bye"),
+                     V::text("https://a.org/"), V::boolean(true)}),
+            V::list({V::text("1234"), V::text("568"), V::integer(-2), V::text(""), V::text("u"),
+                     V::boolean(false)})})},
       {"missing value", V()},
-      {"", V()},
       {" \n", V()},
-      {"{}", V::list({})},
       {"{ }", V::list({})},
-      {"-42", V::integer(-42)},
       {"9223372036854775807", V::integer(INT64_MAX)},
       {"\"a\nb\"", V::text("a\nb")},  // a raw line break inside a string
       {"\"\\n\\r\\t\"", V::text("\n\r\t")},
@@ -58,27 +44,20 @@ TEST(ScriptValueTest, RejectsMalformedAndForeignOutput) {
       "{\"a\", 1",               // truncated list
       "{\"a\" 1}",               // missing comma
       "{1,}",                    // trailing comma
-      "{,}",                     //
       "\"open",                  // unterminated string
       "\"bad \\q escape\"",      //
       "\"ends in backslash\\",   //
       "1.5",                     // reals are never returned by our scripts
-      "1.0E+20",                 //
       "9223372036854775808",     // overflow
       "-",                       //
       "trueish",                 //
-      "missing",                 //
       "{name:\"x\"}",            // records
       "application \"Safari\"",  // object references
       "true false",              // two values
-      "\xff",                    //
       deep,
   };
   for (std::string_view output : cases) EXPECT_FALSE(parseScriptOutput(output)) << output;
-
-  const std::string deepest =
-      std::string(kMaxScriptValueDepth, '{') + std::string(kMaxScriptValueDepth, '}');
-  EXPECT_TRUE(parseScriptOutput(deepest));
+  EXPECT_TRUE(parseScriptOutput(deep.substr(1, deep.size() - 2)));
 }
 
 TEST(ScriptValueTest, CoercionsFollowDescriptorRules) {
@@ -94,7 +73,6 @@ TEST(ScriptValueTest, CoercionsFollowDescriptorRules) {
     int32_t number;
     bool flag;
   } cases[] = {
-      {V::text("t"), "t", 0, false},
       {V::text("-12"), "-12", -12, false},
       {V::text("12a"), "12a", 0, false},
       {V::text("true"), "true", 0, false},
