@@ -24,10 +24,9 @@ bool isPublicIPv4(uint32_t a) {
     int prefix;
   };
   static constexpr Range kSpecial[] = {
-      {0x00000000, 8},  {0x0a000000, 8},  {0x64400000, 10}, {0x7f000000, 8},
-      {0xa9fe0000, 16}, {0xac100000, 12}, {0xc0000000, 24}, {0xc0000200, 24},
-      {0xc0a80000, 16}, {0xc6120000, 15}, {0xc6336400, 24}, {0xcb007100, 24},
-      {0xe0000000, 4},  {0xf0000000, 4}};
+      {0x00000000, 8},  {0x0a000000, 8},  {0x64400000, 10}, {0x7f000000, 8},  {0xa9fe0000, 16},
+      {0xac100000, 12}, {0xc0000000, 24}, {0xc0000200, 24}, {0xc0a80000, 16}, {0xc6120000, 15},
+      {0xc6336400, 24}, {0xcb007100, 24}, {0xe0000000, 4},  {0xf0000000, 4}};
   return std::none_of(std::begin(kSpecial), std::end(kSpecial), [&](const Range& range) {
     return (a >> (32 - range.prefix)) == (range.network >> (32 - range.prefix));
   });
@@ -114,8 +113,8 @@ size_t collectBody(char* data, size_t, size_t count, void* context) {
 // address a name really leads to.
 curl_socket_t openPublicSocket(void* context, curlsocktype purpose, curl_sockaddr* address) {
   const auto* exchange = static_cast<const Exchange*>(context);
-  const bool allowed = isPublicAddress(address->addr) ||
-                       (exchange->allowLoopback && isLoopback(address->addr));
+  const bool allowed =
+      isPublicAddress(address->addr) || (exchange->allowLoopback && isLoopback(address->addr));
   if (purpose != CURLSOCKTYPE_IPCXN || !allowed) return CURL_SOCKET_BAD;
   return socket(address->family, address->socktype, address->protocol);
 }
@@ -136,7 +135,8 @@ struct CurlIconFetcher::Impl {
   static constexpr int kTransfersPerHost = 2;
 
   std::optional<TestRouting> routing;
-  std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> connectTo{nullptr, curl_slist_free_all};
+  std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> connectTo{nullptr,
+                                                                        curl_slist_free_all};
   CURLSH* share = nullptr;
   std::mutex shareLocks[CURL_LOCK_DATA_LAST];
   std::mutex slotsMutex;
@@ -175,25 +175,31 @@ struct CurlIconFetcher::Impl {
     static_cast<Impl*>(self)->shareLocks[data].unlock();
   }
 
-  // Holds one of the host's transfer slots for its lifetime.
+  // Holds one of the host's transfer slots for its lifetime, if one came free before
+  // `deadline`: time spent queueing for a busy host counts against the resource's limit.
   class Slot {
    public:
-    Slot(Impl& impl, std::string host) : impl_(impl), host_(std::move(host)) {
+    Slot(Impl& impl, std::string host, std::chrono::steady_clock::time_point deadline)
+        : impl_(impl), host_(std::move(host)) {
       std::unique_lock lock(impl_.slotsMutex);
-      impl_.slotFreed.wait(lock, [&] { return impl_.transfersByHost[host_] < kTransfersPerHost; });
-      ++impl_.transfersByHost[host_];
+      held_ = impl_.slotFreed.wait_until(
+          lock, deadline, [&] { return impl_.transfersByHost[host_] < kTransfersPerHost; });
+      if (held_) ++impl_.transfersByHost[host_];
     }
     ~Slot() {
+      if (!held_) return;
       {
         std::lock_guard lock(impl_.slotsMutex);
         if (--impl_.transfersByHost[host_] == 0) impl_.transfersByHost.erase(host_);
       }
       impl_.slotFreed.notify_all();
     }
+    bool held() const { return held_; }
 
    private:
     Impl& impl_;
     std::string host_;
+    bool held_ = false;
   };
 
   bool routes(const std::string& host) const {
@@ -203,9 +209,11 @@ struct CurlIconFetcher::Impl {
   // One request and its response, without following anything; `location` receives the
   // absolute address a redirect response names.
   IconDownload exchange(const std::string& url, const FaviconPolicy::IconRequest& request,
-                        std::chrono::milliseconds timeLeft, std::optional<std::string>& location) {
+                        std::chrono::steady_clock::time_point deadline,
+                        std::optional<std::string>& location) {
+    using namespace std::chrono;
     const auto host = agreedHost(url);
-    if (!host || (routing && !routes(*host)) || timeLeft.count() <= 0) return {};
+    if (!host || (routing && !routes(*host))) return {};
     Exchange exchange;
     exchange.allowLoopback = routing && routing->allowLoopback;
 
@@ -228,7 +236,6 @@ struct CurlIconFetcher::Impl {
     curl_easy_setopt(e, CURLOPT_CONNECTTIMEOUT, answerSeconds);
     curl_easy_setopt(e, CURLOPT_LOW_SPEED_LIMIT, 1L);  // an answer stalled this long ends it
     curl_easy_setopt(e, CURLOPT_LOW_SPEED_TIME, answerSeconds);
-    curl_easy_setopt(e, CURLOPT_TIMEOUT_MS, static_cast<long>(timeLeft.count()));
     curl_easy_setopt(e, CURLOPT_MAXFILESIZE_LARGE, curl_off_t{kMaxBodyBytes - 1});
     curl_easy_setopt(e, CURLOPT_WRITEFUNCTION, collectBody);
     curl_easy_setopt(e, CURLOPT_WRITEDATA, &exchange);
@@ -242,7 +249,10 @@ struct CurlIconFetcher::Impl {
 
     CURLcode code;
     {
-      Slot slot(*this, *host);
+      Slot slot(*this, *host, deadline);
+      const auto timeLeft = duration_cast<milliseconds>(deadline - steady_clock::now());
+      if (!slot.held() || timeLeft.count() <= 0) return {};
+      curl_easy_setopt(e, CURLOPT_TIMEOUT_MS, static_cast<long>(timeLeft.count()));
       code = curl_easy_perform(e);
     }
     IconDownload& result = exchange.result;
@@ -274,8 +284,7 @@ IconDownload CurlIconFetcher::download(const FaviconPolicy::IconRequest& request
   std::string url = request.url;
   while (true) {
     std::optional<std::string> location;
-    const auto timeLeft = duration_cast<milliseconds>(deadline - steady_clock::now());
-    IconDownload result = impl_->exchange(url, request, timeLeft, location);
+    IconDownload result = impl_->exchange(url, request, deadline, location);
     if (result.outcome != IconDownload::Outcome::response || !isRedirect(result.status) ||
         !guard.follow(location)) {
       return result;
