@@ -2,27 +2,29 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cmath>
+#include <bit>
+#include <cstdint>
 
 namespace velto {
 
 namespace {
 
-// NaN stands for "not set", so one lock-free atomic carries both presence and value.
-std::atomic<double> idleOverride{std::nan("")};
+// One lock-free word carries both presence and value: "not set" is a NaN whose payload no
+// arithmetic produces, so every other double, NaN included, can be set and read back.
+constexpr uint64_t kNotSet = 0x7FF8'0000'DEAD'BEEF;
+std::atomic<uint64_t> idleOverride{kNotSet};
 
 }  // namespace
 
 const std::vector<std::string>& defaultExclusions() {
-  static const std::vector<std::string> kDomains{
-      // Mail and personal cloud.
-      "mail.google.com", "gmail.com", "outlook.live.com", "outlook.office.com", "proton.me",
-      "icloud.com",
-      // Banks: United States, United Kingdom, app-only.
-      "chase.com", "bankofamerica.com", "barclays.co.uk", "hsbc.co.uk", "monzo.com",
-      "revolut.com",
-      // Health care.
-      "nhs.uk", "mychart.com"};
+  static const std::vector<std::string> kDomains{// Mail and personal cloud.
+                                                 "mail.google.com", "gmail.com", "outlook.live.com",
+                                                 "outlook.office.com", "proton.me", "icloud.com",
+                                                 // Banks: United States, United Kingdom, app-only.
+                                                 "chase.com", "bankofamerica.com", "barclays.co.uk",
+                                                 "hsbc.co.uk", "monzo.com", "revolut.com",
+                                                 // Health care.
+                                                 "nhs.uk", "mychart.com"};
   return kDomains;
 }
 
@@ -42,13 +44,13 @@ int64_t Preferences::protectedTabsPerWindow() const {
 }
 
 std::optional<double> Preferences::idleSecondsOverride() {
-  const double value = idleOverride.load(std::memory_order_relaxed);
-  if (std::isnan(value)) return std::nullopt;
-  return value;
+  const uint64_t bits = idleOverride.load(std::memory_order_relaxed);
+  if (bits == kNotSet) return std::nullopt;
+  return std::bit_cast<double>(bits);
 }
 
 void Preferences::setIdleSecondsOverride(std::optional<double> seconds) {
-  idleOverride.store(seconds && !std::isnan(*seconds) ? *seconds : std::nan(""),
+  idleOverride.store(seconds ? std::bit_cast<uint64_t>(*seconds) : kNotSet,
                      std::memory_order_relaxed);
 }
 

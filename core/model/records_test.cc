@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <thread>
 
 #include "core/model/velto_error.h"
@@ -9,48 +10,44 @@
 namespace velto {
 namespace {
 
-SavedTab savedTab(std::string title, std::string url, Browser browser = Browser::chrome) {
+SavedTab savedTab(std::string url, std::string title = "", Browser browser = Browser::chrome) {
   SavedTab tab;
-  tab.title = std::move(title);
   tab.url = std::move(url);
+  tab.title = std::move(title);
   tab.browser = browser;
   return tab;
 }
 
 TEST(PreferencesTest, DefaultsAndDerivedValues) {
   const Preferences defaults;
-  EXPECT_EQ(defaults.idleHours, 24);
-  EXPECT_FALSE(defaults.autoClose);
   EXPECT_EQ(defaults.exclusions.size(), 14u);
-  EXPECT_EQ(defaults.flaURL, "");
-  EXPECT_EQ(defaults.activeTabLimit(), 25);
-  EXPECT_EQ(defaults.protectedTabsPerWindow(), 3);
-  EXPECT_EQ(defaults.idleThreshold(), 86400);
-  EXPECT_FALSE(defaults.automaticallyEnforcesTabLimit());
-  EXPECT_FALSE(defaults.keepsActivityCompact());
-  EXPECT_TRUE(defaults.websiteIconsEnabled() && defaults.veltoActivityEnabled() &&
-              defaults.shouldConfirmTuckAway() && defaults.memoryAlertsEnabled() &&
-              defaults.browserHistoryEnabled());
   for (const std::string& domain : defaults.exclusions) {
-    EXPECT_EQ(domain.find("://"), std::string::npos);
-    EXPECT_FALSE(domain.starts_with("www."));
+    EXPECT_TRUE(domain.find('/') == std::string::npos && !domain.starts_with("www.")) << domain;
   }
+  // Absent automaticTabLimit and compactActivity mean off, every other absent flag on.
+  EXPECT_EQ((std::array{defaults.automaticallyEnforcesTabLimit(), defaults.keepsActivityCompact(),
+                        defaults.websiteIconsEnabled(), defaults.veltoActivityEnabled(),
+                        defaults.shouldConfirmTuckAway(), defaults.memoryAlertsEnabled(),
+                        defaults.browserHistoryEnabled()}),
+            (std::array{false, false, true, true, true, true, true}));
 
   struct Case {
-    std::optional<int64_t> tabLimit, protectedTabs;
-    int64_t idleHours, limit, protectedCount;
+    std::optional<int64_t> tabLimit, protectedTabs, idleHours;
+    int64_t limit, protectedCount;
     double threshold;
   };
-  for (const Case& c : {Case{0, -2, 0, 5, 0, 3600}, Case{1000, 50, -5, 200, 50, 3600},
-                        Case{5, 0, 1, 5, 0, 3600}, Case{200, {}, 48, 200, 3, 172800},
-                        Case{37, 7, 2, 37, 7, 7200}}) {
+  const Case cases[] = {{{}, {}, {}, 25, 3, 86400},
+                        {0, -2, 0, 5, 0, 3600},
+                        {1000, 50, -5, 200, 50, 3600},
+                        {200, {}, 48, 200, 3, 172800},
+                        {37, 7, 2, 37, 7, 7200}};
+  for (const Case& c : cases) {
     Preferences p;
     p.tabLimit = c.tabLimit;
     p.protectedTabs = c.protectedTabs;
-    p.idleHours = c.idleHours;
-    EXPECT_EQ(p.activeTabLimit(), c.limit);
-    EXPECT_EQ(p.protectedTabsPerWindow(), c.protectedCount);
-    EXPECT_EQ(p.idleThreshold(), c.threshold);
+    if (c.idleHours) p.idleHours = *c.idleHours;
+    EXPECT_EQ(std::tuple(p.activeTabLimit(), p.protectedTabsPerWindow(), p.idleThreshold()),
+              std::tuple(c.limit, c.protectedCount, c.threshold));
   }
 }
 
@@ -60,27 +57,35 @@ TEST(PreferencesTest, IdleOverrideAppliesToEveryValueFromAnyThread) {
   std::thread([] { Preferences::setIdleSecondsOverride(30); }).join();
   EXPECT_EQ(a.idleThreshold(), 30);
   EXPECT_EQ(b.idleThreshold(), 30);
+  // Every double is a value, NaN included; only clearing makes it absent.
+  Preferences::setIdleSecondsOverride(std::nan(""));
+  EXPECT_TRUE(std::isnan(Preferences::idleSecondsOverride().value_or(0)));
   Preferences::setIdleSecondsOverride(std::nullopt);
   EXPECT_EQ(b.idleThreshold(), 10800);
   EXPECT_FALSE(Preferences::idleSecondsOverride());
 }
 
-TEST(RecordsTest, DomainsKeepOrDropTheLeadingWww) {
-  LiveTab live;
-  live.url = "https://www.example.org/path";
-  EXPECT_EQ(live.domain(), "www.example.org");
-  EXPECT_EQ(savedTab("", "https://www.example.org/path").domain(), "example.org");
-  EXPECT_EQ(savedTab("", "https://wwwx.example.org").domain(), "wwwx.example.org");
-  EXPECT_EQ(savedTab("", "https://a.www.example.org").domain(), "a.www.example.org");
-  for (const char* hostless : {"not a url", "about:blank", ""}) {
-    live.url = hostless;
-    EXPECT_EQ(live.domain(), "Website") << hostless;
-    EXPECT_EQ(savedTab("", hostless).domain(), "Website") << hostless;
+TEST(RecordsTest, DomainsKeepOrDropOneLeadingWww) {
+  const std::array<const char*, 3> cases[] = {
+      // url, LiveTab.domain, SavedTab.domain
+      {"https://www.example.org/path", "www.example.org", "example.org"},
+      {"https://www.www.x.org", "www.www.x.org", "www.x.org"},
+      {"https://WWW.x.org", "WWW.x.org", "WWW.x.org"},
+      {"https://wwwx.example.org", "wwwx.example.org", "wwwx.example.org"},
+      {"https://a.www.x.org", "a.www.x.org", "a.www.x.org"},
+      {"not a url", "Website", "Website"},
+      {"about:blank", "Website", "Website"},
+      {"", "Website", "Website"}};
+  for (const auto& [url, live, saved] : cases) {
+    LiveTab tab;
+    tab.url = url;
+    EXPECT_EQ(tab.domain(), live) << url;
+    EXPECT_EQ(savedTab(url).domain(), saved) << url;
   }
 }
 
 TEST(RecordsTest, ActivityDateUsesClosedAtOnlyForClosedTabs) {
-  SavedTab tab = savedTab("t", "https://a.org");
+  SavedTab tab = savedTab("https://a.org");
   tab.savedAt = dateFromUTC(2026, 1, 1);
   tab.closedAt = dateFromUTC(2026, 2, 1);
   tab.state = ArchiveState::pendingClose;
@@ -92,46 +97,39 @@ TEST(RecordsTest, ActivityDateUsesClosedAtOnlyForClosedTabs) {
 }
 
 TEST(RecordsTest, MatchesEveryTermInTitleUrlOrBrowserName) {
-  const SavedTab tab = savedTab("Caf\xC3\xA9 R\xC3\xA9sum\xC3\xA9", "https://github.com/velto", Browser::safari);
-  EXPECT_TRUE(tab.matches(""));
-  EXPECT_TRUE(tab.matches(" \n "));
-  EXPECT_TRUE(tab.matches("GITHUB safari"));
-  EXPECT_TRUE(tab.matches("cafe resume"));
-  EXPECT_TRUE(tab.matches("SAFARI\tcaf\xC3\xA9"));
-  EXPECT_TRUE(tab.matches("hub.com/vel"));
-  EXPECT_FALSE(tab.matches("github chrome"));
-  EXPECT_FALSE(tab.matches("safari-github"));  // terms do not straddle fields
-  EXPECT_TRUE(savedTab("R\xC3\xA9sum\xC3\xA9", "https://x.org").matches("RESUME"));
-  EXPECT_TRUE(savedTab("Resume", "https://x.org").matches("r\xC3\xA9sum\xC3\xA9"));
+  const SavedTab tab = savedTab("https://github.com/velto", "R\u00E9sum\u00E9", Browser::safari);
+  for (const char* query : {"", " \n ", "GITHUB safari", "hub.com/vel", "SAFARI\tresume",
+                            "R\u00C9SUM\u00C9\u2028velto\u3000github"}) {
+    EXPECT_TRUE(tab.matches(query)) << query;
+  }
+  // Every term must be found, and none straddles two fields.
+  for (const char* query : {"github chrome", "safari-github", "resume edge", "velto safari x"}) {
+    EXPECT_FALSE(tab.matches(query)) << query;
+  }
 }
 
 TEST(VeltoErrorTest, AutomationNumbersMapToTheirSentences) {
-  EXPECT_EQ(VeltoError::automationFailure(-600).message, "Open the browser, then try again.");
-  EXPECT_EQ(VeltoError::automationFailure(-1712).message,
-            "The browser took too long to respond. Your tabs were left alone.");
-  EXPECT_EQ(VeltoError::automationFailure(-1743).message,
-            "Permission needed. Allow Velto in System Settings \xE2\x86\x92 Privacy & Security "
-            "\xE2\x86\x92 Automation, then reconnect.");
-  EXPECT_EQ(VeltoError::automationFailure(-1719).message,
-            "The browser could not complete the request (-1719). Try reconnecting it.");
-  EXPECT_EQ(VeltoError::automationFailure(0).message,
-            "The browser could not complete the request (0). Try reconnecting it.");
+  const std::pair<int64_t, const char*> cases[] = {
+      {-600, "Open the browser, then try again."},
+      {-1712, "The browser took too long to respond. Your tabs were left alone."},
+      {-1743,
+       "Permission needed. Allow Velto in System Settings \u2192 Privacy & Security "
+       "\u2192 Automation, then reconnect."},
+      {-1719, "The browser could not complete the request (-1719). Try reconnecting it."},
+      {0, "The browser could not complete the request (0). Try reconnecting it."}};
+  for (const auto& [number, text] : cases) {
+    EXPECT_EQ(VeltoError::automationFailure(number), (Error{Error::Domain::velto, text}));
+  }
   EXPECT_EQ(VeltoError::notInstalled(Browser::brave).message,
             "Brave is not installed. Copy this link to open it in another browser.");
-  EXPECT_EQ(VeltoError::notInstalled(Browser::brave).domain, Error::Domain::velto);
 }
 
 TEST(BrowserTest, RawValuesRoundTripAndNothingElseParses) {
   for (Browser b : kAllBrowsers) EXPECT_EQ(browserFromRawValue(rawValue(b)), b);
-  EXPECT_FALSE(browserFromRawValue("Safari"));
-  EXPECT_FALSE(browserFromRawValue("firefox"));
-  EXPECT_FALSE(pinStateFromRawValue("Pinned"));
   EXPECT_EQ(archiveStateFromRawValue("pendingClose"), ArchiveState::pendingClose);
-  EXPECT_TRUE(isSafariFamily(Browser::safari));
-  EXPECT_FALSE(isSafariFamily(Browser::edge));
-  BrowserSet set{Browser::brave};
-  EXPECT_TRUE(set.contains(Browser::brave));
-  EXPECT_FALSE(set.contains(Browser::chrome));
+  EXPECT_FALSE(browserFromRawValue("Safari") || browserFromRawValue("firefox") ||
+               pinStateFromRawValue("Pinned") || archiveStateFromRawValue("pending"));
+  EXPECT_TRUE(isSafariFamily(Browser::safari) && !isSafariFamily(Browser::edge));
 }
 
 }  // namespace
