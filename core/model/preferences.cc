@@ -17,14 +17,25 @@ std::atomic<uint64_t> idleOverride{kNotSet};
 }  // namespace
 
 const std::vector<std::string>& defaultExclusions() {
-  static const std::vector<std::string> kDomains{// Mail and personal cloud.
-                                                 "mail.google.com", "gmail.com", "outlook.live.com",
-                                                 "outlook.office.com", "proton.me", "icloud.com",
-                                                 // Banks: United States, United Kingdom, app-only.
-                                                 "chase.com", "bankofamerica.com", "barclays.co.uk",
-                                                 "hsbc.co.uk", "monzo.com", "revolut.com",
-                                                 // Health care.
-                                                 "nhs.uk", "mychart.com"};
+  static const std::vector<std::string> kDomains{
+      // Mail and personal cloud.
+      "mail.google.com",
+      "gmail.com",
+      "outlook.live.com",
+      "outlook.office.com",
+      "proton.me",
+      "icloud.com",
+      // Banks: United States, United Kingdom, app-only.
+      "chase.com",
+      "bankofamerica.com",
+      "barclays.co.uk",
+      "hsbc.co.uk",
+      "monzo.com",
+      "revolut.com",
+      // Health care.
+      "nhs.uk",
+      "mychart.com",
+  };
   return kDomains;
 }
 
