@@ -22,8 +22,8 @@ constexpr auto kClasses = [] {
   for (int c = 0; c < 256; ++c) {
     const bool unreserved = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
                             (c >= '0' && c <= '9') || c == '-' || c == '.' || c == '_' || c == '~';
-    const bool pathOnly = std::string_view("!$&'()*+,;=:@/?").find(static_cast<char>(c)) !=
-                          std::string_view::npos;
+    const bool pathOnly =
+        std::string_view("!$&'()*+,;=:@/?").find(static_cast<char>(c)) != std::string_view::npos;
     table[c] = static_cast<uint8_t>((unreserved ? kUnreserved | kPathChar : 0) |
                                     (pathOnly && c != 0 ? kPathChar : 0));
   }
@@ -201,12 +201,7 @@ std::optional<std::optional<std::string_view>> fastHost(std::string_view text) {
 
 }  // namespace
 
-std::optional<std::string_view> safeHttpHost(std::string_view text, std::string& buffer) {
-  if (const auto fast = fastHost(text)) {
-    if (!*fast) return std::nullopt;
-    lowercaseTrimmed(**fast, buffer);
-    return std::string_view(buffer);
-  }
+std::optional<std::string_view> parsedHttpHost(std::string_view text, std::string& buffer) {
   const auto url = Url::parse(text);
   if (!url || url->userInfo || !url->hasHost) return std::nullopt;
   std::string scheme = url->scheme;
@@ -215,6 +210,15 @@ std::optional<std::string_view> safeHttpHost(std::string_view text, std::string&
   if (scheme != "http" && scheme != "https") return std::nullopt;
   lowercaseTrimmed(url->host, buffer);
   return std::string_view(buffer);
+}
+
+std::optional<std::string_view> safeHttpHost(std::string_view text, std::string& buffer) {
+  if (const auto fast = fastHost(text)) {
+    if (!*fast) return std::nullopt;
+    lowercaseTrimmed(**fast, buffer);
+    return std::string_view(buffer);
+  }
+  return parsedHttpHost(text, buffer);
 }
 
 }  // namespace velto

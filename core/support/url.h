@@ -38,4 +38,8 @@ struct Url {
 // `buffer` receives the lowercased host; the result views into it.
 std::optional<std::string_view> safeHttpHost(std::string_view text, std::string& buffer);
 
+// The same answer from Url::parse alone, without the shortcut (the reference the
+// shortcut is checked against).
+std::optional<std::string_view> parsedHttpHost(std::string_view text, std::string& buffer);
+
 }  // namespace velto
