@@ -7,7 +7,10 @@
 namespace velto {
 namespace {
 
-EnvironmentLookup environment(std::map<std::string, std::string, std::less<>> variables) {
+using Variables = std::map<std::string, std::string, std::less<>>;
+using Folder = std::optional<std::filesystem::path>;
+
+EnvironmentLookup environment(Variables variables) {
   return [variables](std::string_view name) -> std::optional<std::string> {
     const auto found = variables.find(name);
     if (found == variables.end()) return std::nullopt;
@@ -16,30 +19,28 @@ EnvironmentLookup environment(std::map<std::string, std::string, std::less<>> va
 }
 
 TEST(FoldersTest, NoHomeMeansNoFolders) {
-  const auto env = environment({});
-  EXPECT_FALSE(Folders::home(env));
-  EXPECT_FALSE(Folders::applicationSupport(env));
-  EXPECT_FALSE(Folders::caches(env));
-  EXPECT_FALSE(Folders::home(environment({{"HOME", ""}})));
+  for (const Variables& variables : {Variables{}, Variables{{"HOME", ""}}}) {
+    const auto env = environment(variables);
+    EXPECT_FALSE(Folders::home(env) || Folders::applicationSupport(env) || Folders::caches(env) ||
+                 Folders::browserProfiles(env));
+  }
 }
 
 #ifndef __APPLE__
 TEST(FoldersTest, LinuxFollowsXDGWithHomeDefaults) {
-  const auto plain = environment({{"HOME", "/home/ada"}});
-  EXPECT_EQ(Folders::applicationSupport(plain), "/home/ada/.local/share");
-  EXPECT_EQ(Folders::caches(plain), "/home/ada/.cache");
-  EXPECT_EQ(Folders::browserProfiles(plain), "/home/ada/.config");
-
-  const auto xdg = environment({{"XDG_DATA_HOME", "/data"}, {"XDG_CACHE_HOME", "/c"},
-                                {"XDG_CONFIG_HOME", "/cfg"}});
-  EXPECT_EQ(Folders::applicationSupport(xdg), "/data");  // no HOME needed
-  EXPECT_EQ(Folders::caches(xdg), "/c");
-  EXPECT_EQ(Folders::browserProfiles(xdg), "/cfg");
-
-  // Relative or empty XDG values are ignored, as the XDG rules say.
-  const auto relative = environment({{"HOME", "/h"}, {"XDG_DATA_HOME", "data"}, {"XDG_CACHE_HOME", ""}});
-  EXPECT_EQ(Folders::applicationSupport(relative), "/h/.local/share");
-  EXPECT_EQ(Folders::caches(relative), "/h/.cache");
+  using Folders3 = std::vector<Folder>;
+  const auto all = [](const Variables& variables) {
+    const auto env = environment(variables);
+    return Folders3{Folders::applicationSupport(env), Folders::caches(env),
+                    Folders::browserProfiles(env)};
+  };
+  EXPECT_EQ(all({{"HOME", "/h"}}), (Folders3{"/h/.local/share", "/h/.cache", "/h/.config"}));
+  // No HOME needed when every variable is set.
+  EXPECT_EQ(all({{"XDG_DATA_HOME", "/d"}, {"XDG_CACHE_HOME", "/c"}, {"XDG_CONFIG_HOME", "/f"}}),
+            (Folders3{"/d", "/c", "/f"}));
+  // Relative or empty values are ignored, as the XDG rules say.
+  EXPECT_EQ(all({{"HOME", "/h"}, {"XDG_DATA_HOME", "d"}, {"XDG_CACHE_HOME", ""}}),
+            (Folders3{"/h/.local/share", "/h/.cache", "/h/.config"}));
 }
 #endif
 

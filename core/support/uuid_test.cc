@@ -7,19 +7,16 @@
 namespace velto {
 namespace {
 
-TEST(UuidTest, ParsesEitherCaseAndWritesUpperCase) {
-  const auto lower = Uuid::parse("0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5b");
-  const auto upper = Uuid::parse("0F8E4A3C-1B2D-4E5F-8A9B-0C1D2E3F4A5B");
-  ASSERT_TRUE(lower && upper);
-  EXPECT_EQ(*lower, *upper);
-  EXPECT_EQ(lower->text(), "0F8E4A3C-1B2D-4E5F-8A9B-0C1D2E3F4A5B");
-}
-
-TEST(UuidTest, RefusesEverythingButTheHyphenatedForm) {
-  for (const char* bad : {"", "0f8e4a3c1b2d4e5f8a9b0c1d2e3f4a5b", "{0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5b}",
-                          "0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5", "0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5bb",
-                          "0f8e4a3c-1b2d-4e5f-8a9b_0c1d2e3f4a5b", "0g8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5b",
-                          " 0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5b"}) {
+TEST(UuidTest, ReadsOnlyTheHyphenatedFormInEitherCaseAndWritesUpperCase) {
+  const auto uuid = Uuid::parse("0f8e4a3c-1b2d-4E5F-8A9B-0c1d2e3f4a5b");
+  ASSERT_TRUE(uuid);
+  EXPECT_EQ(uuid->text(), "0F8E4A3C-1B2D-4E5F-8A9B-0C1D2E3F4A5B");
+  EXPECT_EQ(Uuid::parse(uuid->text()), uuid);
+  for (const char* bad :
+       {"", "0f8e4a3c1b2d4e5f8a9b0c1d2e3f4a5b", "{0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5b}",
+        "0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5", "0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5bb",
+        "0f8e4a3c-1b2d-4e5f-8a9b_0c1d2e3f4a5b", "0g8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5b",
+        "0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5:", " 0f8e4a3c-1b2d-4e5f-8a9b-0c1d2e3f4a5b"}) {
     EXPECT_FALSE(Uuid::parse(bad)) << bad;
   }
 }
@@ -30,7 +27,7 @@ TEST(UuidTest, RandomIsVersionFourAndDistinct) {
     const auto uuid = Uuid::random();
     ASSERT_TRUE(uuid);
     EXPECT_EQ(uuid->text()[14], '4');
-    EXPECT_EQ(Uuid::parse(uuid->text()), uuid);
+    EXPECT_NE(std::string("89AB").find(uuid->text()[19]), std::string::npos);
     seen.insert(*uuid);
   }
   EXPECT_EQ(seen.size(), 64u);
