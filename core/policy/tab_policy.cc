@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include "core/support/text.h"
+
 namespace velto {
 
 namespace {
@@ -22,6 +24,14 @@ std::string_view trimmed(std::string_view text, std::string_view characters) {
   const size_t first = text.find_first_not_of(characters);
   if (first == std::string_view::npos) return {};
   return text.substr(first, text.find_last_not_of(characters) - first + 1);
+}
+
+// Entries are often pasted from web pages, so a no-break or ideographic space around the
+// domain must go as an ASCII one does.
+std::string_view trimmedWhitespace(std::string_view text) {
+  const auto pieces = splitAtWhitespace(text);
+  if (pieces.empty()) return {};
+  return {pieces.front().data(), pieces.back().data() + pieces.back().size()};
 }
 
 bool observedRecently(const LiveTab& tab, Date now) {
@@ -47,7 +57,7 @@ bool ExclusionList::excludes(std::string_view url) const {
   // The host itself, then each parent domain at a label boundary.
   std::string_view candidate = *host;
   while (true) {
-    if (domains_.find(candidate) != domains_.end() ) return true;
+    if (domains_.find(candidate) != domains_.end()) return true;
     const size_t dot = candidate.find('.');
     if (dot == std::string_view::npos) return false;
     candidate.remove_prefix(dot + 1);
@@ -66,7 +76,7 @@ std::optional<Url> safeURL(std::string_view text) {
 }
 
 std::optional<std::string> normalizedDomain(std::string_view entry) {
-  std::string text = lowercased(trimmed(entry, " \t\n\r\v\f"));
+  std::string text = lowercased(trimmedWhitespace(entry));
   if (text.starts_with("*.")) text.erase(0, 2);
   if (text.find("://") == std::string::npos) text.insert(0, "https://");
   const auto url = Url::parse(text);
@@ -84,9 +94,12 @@ bool isExcluded(std::string_view url, const std::vector<std::string>& domains) {
 
 bool isProtected(const LiveTab& tab, const Preferences& preferences) {
   switch (tab.pinState) {
-    case PinState::pinned: return true;
-    case PinState::unpinned: return false;
-    case PinState::unknown: return tab.index <= preferences.protectedTabsPerWindow();
+    case PinState::pinned:
+      return true;
+    case PinState::unpinned:
+      return false;
+    case PinState::unknown:
+      return tab.index <= preferences.protectedTabsPerWindow();
   }
   return false;
 }

@@ -36,8 +36,9 @@ namespace TabPolicy {
 std::optional<Url> safeURL(std::string_view text);
 
 // An exclusion entry as the user typed it, reduced to a lowercase domain ("*.x.org",
-// " X.org. ", "https://x.org/path" all give "x.org"); absent for entries that are not a
-// dotted name (localhost, "", "exa mple.org").
+// " X.org. ", "https://x.org/path" all give "x.org"; white space around it, Unicode's
+// included, is ignored); absent for entries that are not a dotted name (localhost, "",
+// "exa mple.org").
 std::optional<std::string> normalizedDomain(std::string_view entry);
 
 // True when the URL's host is, or is a subdomain of, one of the entries. Fails closed:
