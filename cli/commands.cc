@@ -167,8 +167,9 @@ void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& 
 
 // ---- outcomes, arguments and the library
 
+// Messages may quote a path or a library's key, which can hold a line break.
 int fail(CommandContext& c, int status, std::string_view message) {
-  c.err << "velto: " << message << '\n';
+  c.err << "velto: " << cell(message, std::string_view::npos) << '\n';
   return status;
 }
 
@@ -329,7 +330,11 @@ int addClient(CommandContext& c, Args args) {
                               : "This client may list and search tabs but not reopen them.\n")
         << "\nAdd this to the MCP client's configuration:\n"
         << config.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
-  return kExitSuccess;
+  if (c.out.flush()) return kExitSuccess;
+  // Nobody would ever hold this token, so the grant must not stay.
+  library->state.clients.pop_back();
+  save(c, *library);
+  return fail(c, kExitFailure, "could not write the token, so the client was not added");
 }
 
 int listClients(CommandContext& c, Args args) {

@@ -26,14 +26,16 @@ struct CommandContext {
 
 // Exit statuses of runCommand.
 inline constexpr int kExitSuccess = 0;
-inline constexpr int kExitFailure = 1;  // the library could not be read or written
+inline constexpr int kExitFailure = 1;  // the library or the output failed, or no such client
 inline constexpr int kExitUsage = 2;    // unknown command, bad or missing argument
 
 // Runs one `velto` command line (`args` without the program name):
 //   clients add NAME [--allow-reopen] | clients list | clients remove ID |
 //   clients reopen ID on|off | status | suggest [--json] | help, and --help on each.
 // Changes reach the library only through LibraryStore::save (an atomic replacement), and
-// only after it loaded cleanly: a library that cannot be read is never overwritten.
+// only after it loaded cleanly: a library that cannot be read is never overwritten. A
+// client whose token cannot be written to `out` is withdrawn again. Each failure is one
+// line on `err`.
 int runCommand(const std::vector<std::string>& args, CommandContext& context);
 
 }  // namespace velto

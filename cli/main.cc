@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
   const std::vector<std::string> args(argv + 1, argv + argc);
   CommandContext context{std::cout, std::cerr, processEnvironment(), currentExecutablePath()};
   const int status = runCommand(args, context);
-  std::cout.flush();
-  return std::cout ? status : kExitFailure;
+  if (std::cout.flush() || status != kExitSuccess) return status;
+  std::cerr << "velto: could not write the output\n";
+  return kExitFailure;
 }
