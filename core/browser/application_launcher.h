@@ -20,7 +20,8 @@ class ApplicationLauncher {
   // Whether the browser's application is present on this machine.
   virtual bool isInstalled(Browser browser) = 0;
 
-  // Whether at least one process of the browser is running now.
+  // Whether at least one process of the browser is running now (one that has ended but
+  // not been collected by its parent does not count).
   virtual bool isRunning(Browser browser) = 0;
 
   // Opens `url` (an http or https URL) in the browser, brought to the front. Succeeds

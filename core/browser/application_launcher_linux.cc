@@ -148,10 +148,19 @@ class LinuxApplicationLauncher : public ApplicationLauncher {
     while (const dirent* entry = ::readdir(processes)) {
       const std::string_view pid = entry->d_name;
       if (pid.empty() || pid.find_first_not_of("0123456789") != std::string_view::npos) continue;
-      std::ifstream comm("/proc/" + std::string(pid) + "/comm");
-      std::string name;
-      if (!std::getline(comm, name)) continue;
-      if (std::find(names.begin(), names.end(), name) != names.end()) {
+      // "pid (name) state ...": the name may hold parentheses itself; the state follows
+      // the last one. A zombie has ended and only waits for its parent to collect it.
+      std::ifstream stat("/proc/" + std::string(pid) + "/stat");
+      const std::string line{std::istreambuf_iterator<char>(stat), {}};
+      const size_t open = line.find('('), close = line.rfind(')');
+      if (open == std::string::npos || close == std::string::npos || close < open ||
+          close + 2 >= line.size()) {
+        continue;
+      }
+      const char state = line[close + 2];
+      if (state != 'Z' && state != 'X' &&
+          std::find(names.begin(), names.end(), line.substr(open + 1, close - open - 1)) !=
+              names.end()) {
         running = true;
         break;
       }

@@ -27,21 +27,22 @@ class ApplicationLauncherTest : public ::testing::Test {
     std::string pattern = (fs::temp_directory_path() / "velto-launcher.XXXXXX").string();
     directory_ = ::mkdtemp(pattern.data());
     fs::create_directory(directory_ / "bin");
-    // Relative and empty entries are never searched, even when they name the folder.
-    path_ = "bin::" + (directory_ / "bin").string();
     fs::current_path(directory_);
-    makeLauncher();
-  }
-  void makeLauncher() {
-    launcher_ = platformApplicationLauncher([this](std::string_view name) {
-      return name == "PATH" ? std::optional(path_) : std::nullopt;
-    });
+    // Relative and empty entries are never searched, even when they name the folder.
+    launcher_ = launcherWithPath("bin::" + (directory_ / "bin").string());
   }
   void TearDown() override {
     fs::current_path(fs::temp_directory_path());
     if (!directory_.empty()) fs::remove_all(directory_);
   }
 
+  static std::unique_ptr<ApplicationLauncher> launcherWithPath(std::string path) {
+    return platformApplicationLauncher([path](std::string_view name) {
+      return name == "PATH" ? std::optional(path) : std::nullopt;
+    });
+  }
+
+  // A fake browser `name` that writes its arguments to <name>.args (whole, by renaming).
   void fakeBrowser(const std::string& name, fs::perms perms = fs::perms::owner_all,
                    std::string script = "") {
     const std::string record = (directory_ / name).string() + ".args";
@@ -63,7 +64,6 @@ class ApplicationLauncherTest : public ::testing::Test {
   }
 
   fs::path directory_;
-  std::string path_;
   std::unique_ptr<ApplicationLauncher> launcher_;
 };
 
@@ -76,9 +76,7 @@ TEST_F(ApplicationLauncherTest, FindsOnlyExecutableFilesOnAbsolutePathEntries) {
   EXPECT_FALSE(launcher_->isInstalled(Browser::brave));
   EXPECT_TRUE(launcher_->isInstalled(Browser::edge));
   EXPECT_FALSE(launcher_->isInstalled(Browser::safari));
-  path_ = "bin";
-  makeLauncher();
-  EXPECT_FALSE(launcher_->isInstalled(Browser::edge));
+  EXPECT_FALSE(launcherWithPath("bin")->isInstalled(Browser::edge));
 }
 
 TEST_F(ApplicationLauncherTest, OpenGivesTheURLAsOneArgumentToTheFirstCommandFound) {
@@ -90,6 +88,7 @@ TEST_F(ApplicationLauncherTest, OpenGivesTheURLAsOneArgumentToTheFirstCommandFou
   EXPECT_FALSE(fs::exists(directory_ / "pwned"));
   EXPECT_FALSE(fs::exists(directory_ / "google-chrome.args"));
 
+  // Success means the program started: an exec that fails is reported.
   fakeBrowser("brave-browser", fs::perms::owner_all, "#!/nonexistent/interpreter\n");
   EXPECT_EQ(launcher_->open("https://example.org/", Browser::brave).error().message,
             "Could not start " + (directory_ / "bin" / "brave-browser").string() +
@@ -113,9 +112,13 @@ TEST_F(ApplicationLauncherTest, RunningMeansAProcessWithTheBrowsersName) {
   EXPECT_TRUE(seen);
   EXPECT_FALSE(launcher_->isRunning(Browser::edge));
   EXPECT_FALSE(launcher_->isRunning(Browser::safari));
+  // Killed but not yet collected by this process, its parent: ended all the same.
   ::kill(pid, SIGKILL);
+  for (int i = 0; i < 100 && (seen = launcher_->isRunning(Browser::brave)); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_FALSE(seen);
   ::waitpid(pid, nullptr, 0);
-  EXPECT_FALSE(launcher_->isRunning(Browser::brave));
 }
 
 }  // namespace
