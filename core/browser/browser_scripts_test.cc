@@ -29,7 +29,6 @@ TEST(BrowserScriptsTest, QuotedEscapesBackslashFirstThenQuoteCRAndLF) {
     std::string text, literal;
   } cases[] = {
       {"", R"("")"},
-      {"plain", R"("plain")"},
       {R"(a\b)", R"("a\\b")"},
       {R"(say "hi")", R"("say \"hi\"")"},
       {"a\rb\nc", R"("a\rb\nc")"},
@@ -140,9 +139,11 @@ TEST(BrowserScriptsTest, SnapshotScripts) {
   EXPECT_EQ(snapshotScript(Browser::safari), lines(safari));
 }
 
-TEST(BrowserScriptsTest, ChromiumCloseScripts) {
+TEST(BrowserScriptsTest, CloseScripts) {
   EXPECT_EQ(closeScript(tab(Browser::chrome, "https://x.org/\"q\""), true, 2),
             lines(kChromeAutomaticClose));
+  EXPECT_EQ(closeScript(tab(Browser::safari, "https://x.org/a\nb"), true, -3),
+            lines(kSafariAutomaticClose));
 
   // A manual close has no guard lines; a tab without an id matches no tab.
   LiveTab edge = tab(Browser::edge, "https://x.org/\"q\"");
@@ -154,11 +155,6 @@ TEST(BrowserScriptsTest, ChromiumCloseScripts) {
   expected[9] = "                    if (id of t) as text is \"\" then";
   expected[11] = expected[12] = std::string(24, ' ');
   EXPECT_EQ(closeScript(edge, false, 5), lines(expected));
-}
-
-TEST(BrowserScriptsTest, SafariCloseScripts) {
-  EXPECT_EQ(closeScript(tab(Browser::safari, "https://x.org/a\nb"), true, -3),
-            lines(kSafariAutomaticClose));
 
   std::vector<std::string> manual = kSafariAutomaticClose;
   manual[15] = manual[16] = std::string(24, ' ');
