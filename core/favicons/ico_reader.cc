@@ -66,12 +66,19 @@ std::optional<BmpLayout> bmpLayout(std::string_view bytes) {
   layout.width = static_cast<uint32_t>(width);
   layout.height = static_cast<uint32_t>(statedHeight) / 2;
   switch (layout.bitsPerPixel) {
-    case 1: case 4: case 8:
+    case 1:
+    case 4:
+    case 8:
       layout.paletteSize = colorsUsed == 0 ? 1u << layout.bitsPerPixel : colorsUsed;
       if (layout.paletteSize > 1u << layout.bitsPerPixel) return std::nullopt;
       break;
-    case 24: case 32: break;
-    default: return std::nullopt;
+    case 24:
+    case 32:
+      // The pixels follow an optional colour table here too (a hint for palette displays).
+      layout.paletteSize = colorsUsed;
+      break;
+    default:
+      return std::nullopt;
   }
   if (!withinSides(layout.width, layout.height)) return layout;  // sized, never decoded
   layout.paletteAt = headerSize;
@@ -125,8 +132,8 @@ std::optional<RgbaImage> decodeBmpFrame(std::string_view bytes) {
         color = rowAt + size_t{x} * (l.bitsPerPixel / 8);
       } else {
         const size_t bit = size_t{x} * l.bitsPerPixel;
-        const uint32_t index =
-            (byteAt(rowAt + bit / 8) >> (8 - l.bitsPerPixel - bit % 8)) & ((1u << l.bitsPerPixel) - 1);
+        const uint32_t index = (byteAt(rowAt + bit / 8) >> (8 - l.bitsPerPixel - bit % 8)) &
+                               ((1u << l.bitsPerPixel) - 1);
         if (index >= l.paletteSize) return std::nullopt;
         color = l.paletteAt + size_t{index} * 4;
       }
@@ -164,7 +171,8 @@ std::optional<RgbaImage> decodeIcon(std::string_view bytes) {
   auto image = widest->kind == IcoFrame::Kind::png ? decodePng(widest->bytes)
                                                    : decodeBmpFrame(widest->bytes);
   // The header promised these sides; a frame that decodes to others is broken.
-  if (image && (image->width != widest->width || image->height != widest->height)) return std::nullopt;
+  if (image && (image->width != widest->width || image->height != widest->height))
+    return std::nullopt;
   return image;
 }
 

@@ -51,8 +51,9 @@ struct IcoFrame {
 std::optional<std::vector<IcoFrame>> icoFrames(std::string_view bytes);
 
 // A BMP frame of an ICO file: a BITMAPINFOHEADER (or a later version of it) with double
-// height, uncompressed, 1, 4, 8, 24 or 32 bits per pixel, then the AND mask, which gives
-// transparency (32-bit frames carry their own alpha unless it is zero throughout).
+// height, uncompressed, 1, 4, 8, 24 or 32 bits per pixel, its colour table, the pixels,
+// then the AND mask, which gives transparency (32-bit frames carry their own alpha unless
+// it is zero throughout).
 std::optional<RgbaImage> decodeBmpFrame(std::string_view bytes);
 
 // A PNG, or the widest frame (first on ties) among the ICO frames with both sides within
