@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "core/favicons/icon_image.h"
@@ -18,8 +19,9 @@ void averageAlong(uint32_t from, uint32_t to, Read read, Write write) {
     const double end = std::min<double>(from, (out + 1) * scale);
     float sum[4] = {0, 0, 0, 0};
     for (auto in = static_cast<uint32_t>(begin); in < from && in < end; ++in) {
-      const auto weight = static_cast<float>(std::min<double>(end, in + 1) - std::max<double>(begin, in));
-      const float* sample = read(in);
+      const auto weight =
+          static_cast<float>(std::min<double>(end, in + 1) - std::max<double>(begin, in));
+      const std::array<float, 4> sample = read(in);
       for (int c = 0; c < 4; ++c) sum[c] += sample[c] * weight;
     }
     for (float& value : sum) value /= static_cast<float>(end - begin);
@@ -27,7 +29,9 @@ void averageAlong(uint32_t from, uint32_t to, Read read, Write write) {
   }
 }
 
-uint8_t rounded(float value) { return static_cast<uint8_t>(std::clamp(std::lround(value), 0L, 255L)); }
+uint8_t rounded(float value) {
+  return static_cast<uint8_t>(std::clamp(std::lround(value), 0L, 255L));
+}
 
 }  // namespace
 
@@ -35,22 +39,24 @@ RgbaImage downscaled(const RgbaImage& image, uint32_t maxSide) {
   const uint32_t longer = std::max(image.width, image.height);
   if (longer <= maxSide) return image;
   const auto shorter = [&](uint32_t side) {
-    return std::max<uint32_t>(1, static_cast<uint32_t>(std::lround(static_cast<double>(side) * maxSide / longer)));
+    return std::max<uint32_t>(
+        1, static_cast<uint32_t>(std::lround(static_cast<double>(side) * maxSide / longer)));
   };
   const uint32_t width = image.width >= image.height ? maxSide : shorter(image.width);
   const uint32_t height = image.height > image.width ? maxSide : shorter(image.height);
 
-  // Premultiplied floats, so that a transparent pixel contributes no colour.
-  std::vector<float> source(image.pixels.size());
-  for (size_t i = 0; i < image.pixels.size(); i += 4) {
-    const float alpha = image.pixels[i + 3];
-    for (int c = 0; c < 3; ++c) source[i + c] = image.pixels[i + c] * alpha / 255.0f;
-    source[i + 3] = alpha;
-  }
+  // Premultiplied, so that a transparent pixel contributes no colour; computed as read
+  // rather than copied, since a float copy of a 4096-pixel-square source is 256 MiB.
   std::vector<float> narrowed(size_t{width} * image.height * 4);
   for (uint32_t y = 0; y < image.height; ++y) {
     averageAlong(
-        image.width, width, [&](uint32_t x) { return &source[(size_t{y} * image.width + x) * 4]; },
+        image.width, width,
+        [&](uint32_t x) {
+          const uint8_t* pixel = &image.pixels[(size_t{y} * image.width + x) * 4];
+          const float alpha = pixel[3];
+          return std::array<float, 4>{pixel[0] * alpha / 255.0f, pixel[1] * alpha / 255.0f,
+                                      pixel[2] * alpha / 255.0f, alpha};
+        },
         [&](uint32_t x, const float* value) {
           std::copy(value, value + 4, &narrowed[(size_t{y} * width + x) * 4]);
         });
@@ -58,7 +64,11 @@ RgbaImage downscaled(const RgbaImage& image, uint32_t maxSide) {
   RgbaImage result{width, height, std::vector<uint8_t>(size_t{width} * height * 4)};
   for (uint32_t x = 0; x < width; ++x) {
     averageAlong(
-        image.height, height, [&](uint32_t y) { return &narrowed[(size_t{y} * width + x) * 4]; },
+        image.height, height,
+        [&](uint32_t y) {
+          const float* value = &narrowed[(size_t{y} * width + x) * 4];
+          return std::array<float, 4>{value[0], value[1], value[2], value[3]};
+        },
         [&](uint32_t y, const float* value) {
           uint8_t* out = &result.pixels[(size_t{y} * width + x) * 4];
           const float alpha = value[3];
