@@ -17,10 +17,12 @@ Date now();
 // Seconds from `from` to `to` (positive when `from` lies before `to`).
 double secondsBetween(Date from, Date to);
 
-// `date` moved by a number of seconds (fractions kept to the microsecond).
+// `date` moved by a number of seconds (fractions kept to the microsecond). Precondition:
+// the result lies within about 292,000 years of 1970, the range of a Date; callers
+// holding outside numbers check them first.
 Date addingSeconds(Date date, double seconds);
 
-// Seconds since 1970-01-01T00:00:00Z, and back.
+// Seconds since 1970-01-01T00:00:00Z, and back (with the precondition of addingSeconds).
 double secondsSince1970(Date date);
 Date dateFromSecondsSince1970(double seconds);
 
