@@ -69,16 +69,17 @@ TEST_F(LibrarySummaryTest, CountsOpenTabsOnlyWhileTheSnapshotIsFresh) {
   }
 }
 
-TEST_F(LibrarySummaryTest, MatchingSearchesTheChosenList) {
-  add("Café notes", "https://a.example/", ArchiveState::saved, 10);
+TEST_F(LibrarySummaryTest, MatchingSearchesTheChosenListInItsOrder) {
+  add("Caf\u00E9 notes", "https://a.example/", ArchiveState::saved, 10);
   add("Cafe menu", "https://b.example/", ArchiveState::closed, 20, 20);
   add("Tab", "https://c.example/", ArchiveState::closed, 30, 30).browser = Browser::safari;
   const LibrarySummary summary(state_, kNow);
-  EXPECT_EQ(titles(summary.matching("CAFÉ", false)), (Titles{"Café notes", "Cafe menu"}));
+  EXPECT_EQ(titles(summary.matching("CAF\u00C9", false)), (Titles{"Caf\u00E9 notes", "Cafe menu"}));
   EXPECT_EQ(titles(summary.matching("cafe", true)), (Titles{"Cafe menu"}));
   EXPECT_EQ(titles(summary.matching("SAFARI tab", true)), (Titles{"Tab"}));
   EXPECT_EQ(titles(summary.matching(" \n\t", true)), (Titles{"Cafe menu", "Tab"}));
   EXPECT_EQ(titles(summary.matching("menu notes", false)), Titles{});
+  EXPECT_EQ(LibrarySummary(LibraryState{}, kNow).matching("", true), std::vector<SavedTab>{});
 }
 
 }  // namespace

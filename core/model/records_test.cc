@@ -124,13 +124,5 @@ TEST(VeltoErrorTest, AutomationNumbersMapToTheirSentences) {
             "Brave is not installed. Copy this link to open it in another browser.");
 }
 
-TEST(BrowserTest, RawValuesRoundTripAndNothingElseParses) {
-  for (Browser b : kAllBrowsers) EXPECT_EQ(browserFromRawValue(rawValue(b)), b);
-  EXPECT_EQ(archiveStateFromRawValue("pendingClose"), ArchiveState::pendingClose);
-  EXPECT_FALSE(browserFromRawValue("Safari") || browserFromRawValue("firefox") ||
-               pinStateFromRawValue("Pinned") || archiveStateFromRawValue("pending"));
-  EXPECT_TRUE(isSafariFamily(Browser::safari) && !isSafariFamily(Browser::edge));
-}
-
 }  // namespace
 }  // namespace velto
