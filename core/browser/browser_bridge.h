@@ -48,8 +48,9 @@ class BrowserBridge {
 // Reads a snapshot reply into tabs. Rows that are not lists of exactly 6 items
 // {windowID, tabID, position, title, URL, active} are skipped, as are rows whose window
 // id is not a base-10 64-bit integer ("+12" is one; "12a", "" and overflow are not) and
-// rows whose window id, tab id, title or URL is not text. An empty title becomes the
-// URL; an active flag that is `missing value` counts as active. Safari tabs have no tab
+// rows whose window id, tab id, title or URL has no text form (text, or an integer in
+// decimal). An empty title becomes the URL; an active flag that is `missing value` (the
+// row's sixth item is there but holds nothing) counts as active. Safari tabs have no tab
 // id of their own: their id uses the position ("safari:88:3"), Chromium ones the tab id
 // ("chrome:1234:567"). Pinning is unknown; lastActiveAt and observedAt are now().
 // A reply that is not a list holds no tabs.
