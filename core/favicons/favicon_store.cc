@@ -60,7 +60,8 @@ std::optional<std::string> FaviconStore::icon(std::string_view pageURL,
   {
     std::lock_guard lock(mutex_);
     if (auto known = fromMemoryLocked(*iconURL)) return *known;
-    if (const auto found = pending_.find(*iconURL); found != pending_.end()) running = found->second;
+    if (const auto found = pending_.find(*iconURL); found != pending_.end())
+      running = found->second;
   }
   if (running.valid()) return running.get();
   if (auto cached = fromDisk(*iconURL)) return *cached;
@@ -171,9 +172,9 @@ void FaviconStore::rememberLocked(const std::string& iconURL, Answer data, Date 
     const Date now = clock_();
     std::erase_if(memory_, [&](const auto& entry) { return entry.second.expires <= now; });
     while (memory_.size() >= kMaxMemoryEntries) {
-      memory_.erase(std::min_element(memory_.begin(), memory_.end(), [](const auto& a, const auto& b) {
-        return a.second.expires < b.second.expires;
-      }));
+      memory_.erase(std::min_element(
+          memory_.begin(), memory_.end(),
+          [](const auto& a, const auto& b) { return a.second.expires < b.second.expires; }));
     }
   }
   memory_.insert_or_assign(iconURL, Entry{std::move(data), expires});
@@ -188,15 +189,18 @@ void FaviconStore::pruneDisk() {
   if (!directory_) return;
   std::vector<std::pair<Date, fs::path>> files;
   std::error_code error;
-  for (fs::directory_iterator it(*directory_, error), end; !error && it != end; it.increment(error)) {
-    if (!it->is_regular_file(error)) continue;
-    if (const auto modified = modificationDate(it->path())) files.emplace_back(*modified, it->path());
+  for (fs::directory_iterator it(*directory_, error), end; !error && it != end;
+       it.increment(error)) {
+    std::error_code vanished;  // a file gone since the listing must not end the walk
+    if (!it->is_regular_file(vanished)) continue;
+    if (const auto modified = modificationDate(it->path()))
+      files.emplace_back(*modified, it->path());
   }
   std::stable_sort(files.begin(), files.end(),
                    [](const auto& a, const auto& b) { return a.first > b.first; });
   const Date now = clock_();
   for (size_t index = 0; index < files.size(); ++index) {
-    if (index >= kMaxDiskFiles || secondsBetween(files[index].first, now) >= kLifetimeSeconds) {
+    if (index >= kMaxDiskFiles || secondsBetween(files[index].first, now) > kLifetimeSeconds) {
       fs::remove(files[index].second, error);
     }
   }
@@ -211,7 +215,8 @@ void FaviconStore::clear() {
   }
   if (!directory_) return;
   std::error_code error;
-  for (fs::directory_iterator it(*directory_, error), end; !error && it != end; it.increment(error)) {
+  for (fs::directory_iterator it(*directory_, error), end; !error && it != end;
+       it.increment(error)) {
     std::error_code ignored;
     if (it->is_regular_file(ignored)) fs::remove(it->path(), ignored);
   }

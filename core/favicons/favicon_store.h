@@ -56,7 +56,8 @@ class FaviconStore {
   // The disk cache file for `iconURL` (absent without a disk cache).
   std::optional<std::filesystem::path> cacheFile(std::string_view iconURL) const;
 
-  // Removes the disk files beyond the newest kMaxDiskFiles and those kLifetimeSeconds old.
+  // Removes the disk files beyond the newest kMaxDiskFiles and those older than
+  // kLifetimeSeconds (a file of exactly that age is no longer served, but still kept).
   void pruneDisk();
 
   // Forgets everything: memory, running downloads (their callers still get their
