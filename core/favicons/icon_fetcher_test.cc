@@ -1,8 +1,7 @@
 #include "core/favicons/icon_fetcher.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
+#include <netdb.h>
 
 #include <thread>
 
@@ -67,21 +66,16 @@ TEST_F(IconFetcherTest, FollowsThreeRedirectsButNotFour) {
 }
 
 TEST_F(IconFetcherTest, RefusesRedirectsOffTheRules) {
-  const std::string target = kCdn + "/i.png";
-  server.script(target, {.body = "image"});
-  struct Case {
-    std::string location;
-    std::vector<std::string> exclusions;
-  };
-  for (const Case& c :
-       {Case{"http://cdn.velto-test.net/i.png", {}},
-        Case{"https://user@cdn.velto-test.net/i.png", {}},
-        Case{"https://cdn.velto-test.net:8443/i.png", {}}, Case{target, {"velto-test.net"}},
-        Case{"https://127.0.0.1/i.png", {}}, Case{"", {}}}) {
-    redirect(kSite + "/r", c.location);
-    EXPECT_EQ(get(kSite + "/r", c.exclusions).status, 302) << c.location;
+  server.script(kCdn + "/i.png", {.body = "image"});
+  for (const std::string& location :
+       {"http://cdn.velto-test.net/i.png", "https://user@cdn.velto-test.net/i.png",
+        "https://cdn.velto-test.net:8443/i.png", "https://127.0.0.1/i.png", ""}) {
+    redirect(kSite + "/r", location);
+    EXPECT_EQ(get(kSite + "/r").status, 302) << location;
   }
-  EXPECT_EQ(server.requests(target), 0);
+  redirect(kSite + "/r", kCdn + "/i.png");
+  EXPECT_EQ(get(kSite + "/r", {"cdn.velto-test.net"}).status, 302);
+  EXPECT_EQ(server.requests(kCdn + "/i.png"), 0);
 }
 
 TEST_F(IconFetcherTest, RefusesBodiesOfHalfAMebibyteWithoutReadingThem) {
@@ -148,15 +142,12 @@ TEST_F(IconFetcherTest, TwoTransfersPerHostAndTimeLimitsIncludeQueueing) {
 
 TEST(PublicAddressTest, OnlyGlobalUnicastIsPublic) {
   const auto check = [](const char* text) {
-    sockaddr_storage storage{};
-    if (inet_pton(AF_INET, text, &reinterpret_cast<sockaddr_in&>(storage).sin_addr) == 1) {
-      storage.ss_family = AF_INET;
-    } else {
-      EXPECT_EQ(inet_pton(AF_INET6, text, &reinterpret_cast<sockaddr_in6&>(storage).sin6_addr), 1)
-          << text;
-      storage.ss_family = AF_INET6;
-    }
-    return isPublicAddress(reinterpret_cast<const sockaddr&>(storage));
+    addrinfo hints{.ai_flags = AI_NUMERICHOST};
+    addrinfo* found = nullptr;
+    EXPECT_EQ(getaddrinfo(text, nullptr, &hints, &found), 0) << text;
+    const bool isPublic = found && isPublicAddress(*found->ai_addr);
+    freeaddrinfo(found);
+    return isPublic;
   };
   for (
       const char* inner :

@@ -22,11 +22,6 @@ RgbaImage solid(uint32_t width, uint32_t height, Pixel color) {
   return image;
 }
 
-Pixel pixelAt(const RgbaImage& image, uint32_t x, uint32_t y) {
-  const uint8_t* p = &image.pixels[(size_t{y} * image.width + x) * 4];
-  return {p[0], p[1], p[2], p[3]};
-}
-
 std::string png(const RgbaImage& image) { return *IconImage::encodePng(image); }
 
 std::string patched(std::string bytes, size_t at, uint32_t value, int size) {
@@ -62,11 +57,8 @@ std::string ico(const std::vector<std::string>& frames, size_t stated = SIZE_MAX
 // libpng's simplified writer, for colour types our own encoder never produces.
 std::string pngOfFormat(uint32_t width, uint32_t format, const void* pixels,
                         const void* colormap = nullptr) {
-  png_image image{.version = PNG_IMAGE_VERSION,
-                  .width = width,
-                  .height = 1,
-                  .format = format,
-                  .colormap_entries = 2};
+  png_image image{.version = PNG_IMAGE_VERSION, .width = width, .height = 1, .format = format};
+  image.colormap_entries = 2;
   std::string out(1024, '\0');
   png_alloc_size_t size = out.size();
   EXPECT_TRUE(png_image_write_to_memory(&image, out.data(), &size, 0, pixels, 0, colormap));
@@ -92,13 +84,12 @@ TEST(IconImageTest, PngOfEveryKindDecodesToRgbaAndBrokenOnesToNothing) {
       "\xd4\xc7\xfa\xa9\x34\xcd\x42\x10\x70\x29\x0e\xd4\x6d\x2f\xc1\x47\x7a\x10\x37\xf1\x35\xce"
       "\x07\x36\x08\x10\x36\xe5\xd2\x62\x99\x00\x00\x00\x00IEND\xae\x42\x60\x82",
       97);
-  const auto decoded = IconImage::decodePng(interlaced);
-  ASSERT_TRUE(decoded);
-  for (uint32_t i = 0; i < 9; ++i) {
-    const uint32_t x = i % 3, y = i / 3;
-    EXPECT_EQ(pixelAt(*decoded, x, y),
-              (Pixel{uint8_t(100 * x), uint8_t(100 * y), 7, uint8_t(255 - x)}));
+  RgbaImage expected{3, 3, {}};
+  for (uint8_t i = 0; i < 9; ++i) {
+    expected.pixels.insert(expected.pixels.end(), {uint8_t(100 * (i % 3)), uint8_t(100 * (i / 3)),
+                                                   7, uint8_t(255 - i % 3)});
   }
+  EXPECT_EQ(IconImage::decodePng(interlaced), expected);
 
   const std::string good = png(solid(4, 4, {1, 2, 3, 4}));
   std::string corrupt = good;
@@ -209,6 +200,8 @@ TEST(IconImageTest, IcotoolFilesGiveTheLargestFrame) {
     sources += " " + (folder / (std::to_string(side) + ".png")).string();
     std::ofstream(folder / (std::to_string(side) + ".png"), std::ios::binary) << png(image);
   }
+  RgbaImage expected = solid(48, 48, {0, 0, 200, 255});
+  std::fill_n(expected.pixels.begin(), 4, 0);
   const std::string pngFrame =
       sources.substr(0, sources.rfind(' ')) + " --raw=" + sources.substr(sources.rfind(' ') + 1);
   for (const std::string& options : {sources, "-b 1" + sources, "-b 4" + sources, "-b 8" + sources,
@@ -221,8 +214,10 @@ TEST(IconImageTest, IcotoolFilesGiveTheLargestFrame) {
     const auto image = thumb ? IconImage::decodePng(*thumb) : std::nullopt;
     ASSERT_TRUE(image) << options;
     EXPECT_EQ(std::pair(image->width, image->height), std::pair(48u, 48u)) << options;
-    EXPECT_EQ(pixelAt(*image, 0, 0)[3], 0) << options;
-    EXPECT_EQ(pixelAt(*image, 47, 47), (Pixel{0, 0, 200, 255})) << options;
+    RgbaImage seen = *image;
+    EXPECT_EQ(seen.pixels[3], 0) << options;  // the transparent corner, whatever its colour
+    std::fill_n(seen.pixels.begin(), 4, 0);
+    EXPECT_EQ(seen, expected) << options;
   }
   std::filesystem::remove_all(folder);
 }
