@@ -35,54 +35,36 @@ Preferences prefs() {
   return p;
 }
 
-std::vector<std::string> ids(const std::vector<LiveTab>& tabs) {
-  std::vector<std::string> out;
-  for (const LiveTab& t : tabs) out.push_back(t.id);
+// The ids of `tabs`, joined by spaces.
+std::string ids(const std::vector<LiveTab>& tabs) {
+  std::string out;
+  for (const LiveTab& t : tabs) out += (out.empty() ? "" : " ") + t.id;
   return out;
 }
 
 TEST(CleanupSuggestionTest, DuplicateGroupsKeepersAndSafariKeys) {
-  const std::string u = "https://news.example/a";
+  const std::string u = "https://news.example/a", upper = "https://news.example/A",
+                    bank = "https://www.bank.example/";
   struct Case {
     const char* name;
     std::vector<LiveTab> snapshot;
-    std::vector<std::string> duplicates, idle;
+    const char *duplicates, *idle;
   };
   const Case cases[] = {
-      {"empty snapshot", {}, {}, {}},
-      {"first of three is kept", {tab("a", u), tab("b", u), tab("c", u)}, {"b", "c"}, {"a"}},
-      {"the first active member is kept",
-       {tab("a", u), tab("b", u, "A"), tab("c", u, "A")},
-       {"a"},
-       {}},
-      {"a pinned copy is not listed, nor the keeper", {tab("a", u, "R"), tab("b", u, "P")}, {}, {}},
-      {"a member with the keeper's id counts as the keeper",
-       {tab("a", u), tab("a", u), tab("b", u)},
-       {"b"},
-       {"a", "a"}},
-      {"safari copies in one window are never proposed",
-       {tab("a", u, "1"), tab("b", u, "1")},
-       {},
-       {}},
-      {"an active safari twin still blocks the other",
-       {tab("a", u, "1"), tab("b", u, "1A")},
-       {},
-       {}},
-      {"safari copies in two windows pair up", {tab("a", u, "1"), tab("b", u, "2")}, {"b"}, {"a"}},
-      {"a safari and a chrome copy pair up", {tab("a", u, "1"), tab("b", u)}, {"b"}, {"a"}},
-      {"unconnected and excluded tabs do not join a group",
-       {tab("a", u, "E"), tab("b", u), tab("c", "https://bank.example/"),
-        tab("d", "https://www.bank.example/")},
-       {},
-       {"b"}},
-      {"urls differing in case or a slash are not copies",
-       {tab("a", u), tab("b", "https://news.example/A"), tab("c", u + "/")},
-       {},
-       {"a", "b", "c"}},
-      {"non-web tabs are never eligible",
-       {tab("a", "about:blank"), tab("b", "about:blank")},
-       {},
-       {}},
+      {"empty snapshot", {}, "", ""},
+      {"first of three is kept", {tab("a", u), tab("b", u), tab("c", u)}, "b c", "a"},
+      {"the first active is kept", {tab("a", u), tab("b", u, "A"), tab("c", u, "A")}, "a", ""},
+      {"a pinned copy is not listed, nor the keeper", {tab("a", u, "R"), tab("b", u, "P")}, "", ""},
+      {"the keeper's id is the keeper", {tab("a", u), tab("a", u), tab("b", u)}, "b", "a a"},
+      {"a surplus copy's id is not idle", {tab("a", u), tab("b", u), tab("b", u + "2")}, "b", "a"},
+      {"safari copies in one window", {tab("a", u, "1"), tab("b", u, "1")}, "", ""},
+      {"an active safari twin still blocks", {tab("a", u, "1"), tab("b", u, "1A")}, "", ""},
+      {"safari copies in two windows pair up", {tab("a", u, "1"), tab("b", u, "2")}, "b", "a"},
+      {"a safari and a chrome copy pair up", {tab("a", u, "1"), tab("b", u)}, "b", "a"},
+      {"unconnected", {tab("a", u, "E"), tab("b", u)}, "", "b"},
+      {"excluded", {tab("a", bank), tab("b", bank), tab("c", "https://bank.example/")}, "", ""},
+      {"URL case or a slash", {tab("a", u), tab("b", upper), tab("c", u + "/")}, "", "a b c"},
+      {"non-web tabs", {tab("a", "about:blank"), tab("b", "about:blank")}, "", ""},
   };
   for (const Case& c : cases) {
     const CleanupSuggestion s(c.snapshot, prefs(), kNow);
@@ -98,29 +80,25 @@ TEST(CleanupSuggestionTest, DuplicatesSortByTitleInByteOrderKeepingSnapshotOrder
   snapshot[1].title = "beta";
   snapshot[3].title = "Beta";
   snapshot[4].title = snapshot[5].title = "alpha";
-  EXPECT_EQ(ids(CleanupSuggestion(snapshot, prefs(), kNow).duplicates),
-            (std::vector<std::string>{"B", "a2", "a1", "z"}));
+  EXPECT_EQ(ids(CleanupSuggestion(snapshot, prefs(), kNow).duplicates), "B a2 a1 z");
 }
 
 TEST(CleanupSuggestionTest, IdleTabsOldestFirstAndThresholdIsInclusive) {
   Preferences p = prefs();
   p.idleHours = 0;  // counts as one hour
-  struct Row {
-    const char* id;
-    double usedAgo;
-  };
   std::vector<LiveTab> snapshot;
-  for (const Row& row : {Row{"exact", kHour}, Row{"short", kHour - 0.001}, Row{"old", 10 * kHour},
-                         Row{"tie1", 5 * kHour}, Row{"tie2", 5 * kHour}, Row{"visited", 20 * kHour},
-                         Row{"unknownAt3", 50 * kHour}}) {
-    snapshot.push_back(tab(row.id, std::string("https://") + row.id + ".example/"));
-    snapshot.back().lastActiveAt = addingSeconds(kNow, -row.usedAgo);
+  using Row = std::pair<const char*, double>;  // id, last used this long ago
+  for (const auto& [id, usedAgo] :
+       {Row{"exact", kHour}, Row{"short", kHour - 0.001}, Row{"old", 10 * kHour},
+        Row{"tie1", 5 * kHour}, Row{"tie2", 5 * kHour}, Row{"visited", 20 * kHour},
+        Row{"unknownAt3", 50 * kHour}}) {
+    snapshot.push_back(tab(id, std::string("https://") + id + ".example/"));
+    snapshot.back().lastActiveAt = addingSeconds(kNow, -usedAgo);
   }
   snapshot[5].lastVisitAt = addingSeconds(kNow, -30);  // a newer history visit counts
   snapshot[6].pinState = PinState::unknown;            // protected by its position
   snapshot[6].index = 3;
-  EXPECT_EQ(ids(CleanupSuggestion(snapshot, p, kNow).tabs),
-            (std::vector<std::string>{"old", "tie1", "tie2", "exact"}));
+  EXPECT_EQ(ids(CleanupSuggestion(snapshot, p, kNow).tabs), "old tie1 tie2 exact");
 }
 
 }  // namespace

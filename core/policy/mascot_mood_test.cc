@@ -27,13 +27,8 @@ TEST(MascotMoodTest, PriorityOfTheSignals) {
   using enum MascotMood;
   const Case cases[] = {
       {"nothing going on", {}, welcome},
-      {"attention outranks everything",
-       {.needsAttention = true,
-        .saving = true,
-        .reopening = true,
-        .reaction = celebrating,
-        .searching = true,
-        .connected = true},
+      {"attention outranks all",
+       {true, true, true, celebrating, true, true, true, true},
        attention},
       {"saving outranks reopening", {.saving = true, .reopening = true, .reaction = idle}, saving},
       {"reopening outranks a reaction", {.reopening = true, .reaction = celebrating}, reopening},
@@ -41,14 +36,11 @@ TEST(MascotMoodTest, PriorityOfTheSignals) {
       {"any reaction is taken as is", {.reaction = welcome, .connected = true}, welcome},
       {"searching outranks the connection", {.searching = true, .connected = true}, searching},
       {"connected, not yet scanned", {.connected = true}, idle},
-      {"connected, not scanned, with tabs", {.connected = true, .hasOpenTabs = true}, idle},
       {"connected, scanned, no tabs", {.connected = true, .hasScanned = true}, resting},
-      {"connected, scanned, with tabs",
+      {"connected, scanned, tabs",
        {.connected = true, .hasOpenTabs = true, .hasScanned = true},
        idle},
-      {"not connected though scanned with tabs",
-       {.hasOpenTabs = true, .hasScanned = true},
-       welcome},
+      {"not connected, scanned, tabs", {.hasOpenTabs = true, .hasScanned = true}, welcome},
   };
   for (const Case& c : cases) EXPECT_EQ(resolve(c.signals), c.mood) << c.name;
 }

@@ -29,9 +29,10 @@ Preferences prefs(std::optional<int64_t> tabLimit = std::nullopt) {
   return p;
 }
 
-std::vector<std::string> ids(const std::vector<LiveTab>& tabs) {
-  std::vector<std::string> out;
-  for (const LiveTab& t : tabs) out.push_back(t.id);
+// The ids of `tabs`, joined by spaces.
+std::string ids(const std::vector<LiveTab>& tabs) {
+  std::string out;
+  for (const LiveTab& t : tabs) out += (out.empty() ? "" : " ") + t.id;
   return out;
 }
 
@@ -67,7 +68,7 @@ TEST(TabBudgetSuggestionTest, CountsLimitsAndOverflow) {
     EXPECT_EQ(s.tabs.size(), c.proposed) << c.name;
   }
   EXPECT_EQ(ids(TabBudgetSuggestion(ordinary(30), std::nullopt, prefs(), kNow).tabs),
-            (std::vector<std::string>{"t29", "t28", "t27", "t26", "t25"}));
+            "t29 t28 t27 t26 t25");
 }
 
 TEST(TabBudgetSuggestionTest, TieBreaksAfterLastUse) {
@@ -75,21 +76,18 @@ TEST(TabBudgetSuggestionTest, TieBreaksAfterLastUse) {
     const char* name;
     LiveTab first, second;
   };
-  LiveTab visited = tab("first", 120, Browser::safari);
+  using enum Browser;
+  LiveTab visited = tab("first", 120, safari);
   visited.lastVisitAt = addingSeconds(kNow, -3700);  // newer than its last activation
   const Case cases[] = {
-      {"brave before safari", tab("first", 60, Browser::brave, 9, 9),
-       tab("second", 60, Browser::safari, 1, 1)},
-      {"brave before chrome", tab("first", 60, Browser::brave, 9, 9),
-       tab("second", 60, Browser::chrome, 1, 1)},
-      {"lower window first", tab("first", 60, Browser::chrome, 2, 9),
-       tab("second", 60, Browser::chrome, 3, 1)},
-      {"window ids compare as numbers", tab("first", 60, Browser::chrome, 9, 4),
-       tab("second", 60, Browser::chrome, 10, 4)},
-      {"lower index first in one window", tab("first", 60, Browser::chrome, 2, 4),
-       tab("second", 60, Browser::chrome, 2, 5)},
+      {"brave before safari", tab("first", 60, brave, 9, 9), tab("second", 60, safari, 1, 1)},
+      {"brave before chrome", tab("first", 60, brave, 9, 9), tab("second", 60, chrome, 1, 1)},
+      {"lower window first", tab("first", 60, chrome, 2, 9), tab("second", 60, chrome, 3, 1)},
+      {"window ids as numbers", tab("first", 60, chrome, 9, 4), tab("second", 60, chrome, 10, 4)},
+      {"lower index in one window", tab("first", 60, chrome, 2, 4),
+       tab("second", 60, chrome, 2, 5)},
       {"ids in byte order, upper case first", tab("Zed", 60), tab("apple", 60)},
-      {"the history visit decides last use", visited, tab("second", 60, Browser::brave)},
+      {"the history visit decides last use", visited, tab("second", 60, brave)},
   };
   for (const Case& c : cases) {
     // Both input orders, so that the result cannot come from the snapshot order.
@@ -97,25 +95,26 @@ TEST(TabBudgetSuggestionTest, TieBreaksAfterLastUse) {
       std::vector<LiveTab> snapshot{c.first, c.second};
       if (reversed) std::swap(snapshot[0], snapshot[1]);
       const TabBudgetSuggestion s(snapshot, 6, prefs(0), kNow);
-      EXPECT_EQ(ids(s.tabs), std::vector<std::string>{c.first.id}) << c.name;
+      EXPECT_EQ(ids(s.tabs), c.first.id) << c.name;
     }
   }
 }
 
 TEST(TabBudgetSuggestionTest, NeverProposesWhatCannotBeClosed) {
+  using enum Browser;
   std::vector<LiveTab> snapshot{tab("pinned", 100),
-                                tab("unknownAt3", 100, Browser::chrome, 1, 3),
+                                tab("unknownAt3", 100, chrome, 1, 3),
                                 tab("active", 100),
                                 tab("excluded", 100),
                                 tab("notWeb", 100),
-                                tab("edge", 100, Browser::edge),
-                                tab("twinA", 100, Browser::safari, 1),
-                                tab("twinB", 100, Browser::safari, 1),
-                                tab("activeTwin", 100, Browser::safari, 2),
-                                tab("sibling", 100, Browser::safari, 2),
-                                tab("ownWindow1", 90, Browser::safari, 3),
-                                tab("ownWindow2", 80, Browser::safari, 4),
-                                tab("unknownAt4", 70, Browser::chrome, 1, 4)};
+                                tab("edge", 100, edge),
+                                tab("twinA", 100, safari, 1),
+                                tab("twinB", 100, safari, 1),
+                                tab("activeTwin", 100, safari, 2),
+                                tab("sibling", 100, safari, 2),
+                                tab("ownWindow1", 90, safari, 3),
+                                tab("ownWindow2", 80, safari, 4),
+                                tab("unknownAt4", 70, chrome, 1, 4)};
   snapshot[0].pinState = PinState::pinned;
   snapshot[1].pinState = snapshot[12].pinState = PinState::unknown;
   snapshot[2].isActive = snapshot[8].isActive = true;  // an active twin still blocks its sibling
@@ -126,7 +125,7 @@ TEST(TabBudgetSuggestionTest, NeverProposesWhatCannotBeClosed) {
   snapshot[11].url = snapshot[10].url;
   const TabBudgetSuggestion s(snapshot, 100, prefs(), kNow);
   EXPECT_EQ(s.overflow(), 75);
-  EXPECT_EQ(ids(s.tabs), (std::vector<std::string>{"ownWindow1", "ownWindow2", "unknownAt4"}));
+  EXPECT_EQ(ids(s.tabs), "ownWindow1 ownWindow2 unknownAt4");
 }
 
 }  // namespace
