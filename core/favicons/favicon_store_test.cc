@@ -66,11 +66,6 @@ TEST_F(FaviconStoreTest, ServesFromNetworkThenMemoryThenDiskUntilCleared) {
   restarted->clear();
   EXPECT_TRUE(fs::is_empty(folder));
   EXPECT_FALSE(restarted->icon(kPage, {}, false));
-  const auto home = [](std::string_view name) -> std::optional<std::string> {
-    return name == "HOME" ? std::optional<std::string>("/h") : std::nullopt;
-  };
-  EXPECT_EQ(FaviconStore::defaultDirectory(home),
-            *Folders::caches(home) / "app.velto.mac/Favicons");
 }
 
 TEST_F(FaviconStoreTest, TriesTheNextCandidateAfterAFailure) {

@@ -50,7 +50,8 @@ bool isPublicAddress(const sockaddr& address);
 
 // The libcurl fetcher: HTTPS only, no proxy, no cookies, no cache; redirects are never
 // followed by libcurl but offered to the guard hop by hop; at most 2 transfers per host
-// at a time over a shared connection pool. A name is only connected to when it resolves
+// at a time over a shared connection pool. The resource time limit covers the whole
+// download: every hop, and any wait for a busy host. A name is only connected to when it resolves
 // to a public address, so a name that points into the user's network is refused.
 class CurlIconFetcher final : public IconFetcher {
  public:
