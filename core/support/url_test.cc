@@ -34,17 +34,15 @@ TEST(UrlTest, HostsAndPathsOfOddForms) {
   EXPECT_FALSE(Url::parse("no scheme here") || Url::parse("") || Url::parse("https://x.org:80x/"));
 }
 
+// Case, dots, user parts and schemes are covered by the exclusion tests (TabPolicy); here,
+// forms on either side of where the shortcut hands over to the full parser.
 TEST(UrlTest, SafeHttpHostAgreesWithTheFullParser) {
   const std::pair<const char*, std::optional<std::string_view>> cases[] = {
-      {"https://WWW.Example.org/path?x=1#y", "www.example.org"},
-      {"HTTP://example.org.:80", "example.org"},
+      {"HTTP://Example.org.:80/?q#f", "example.org"},
       {"https://ex%61mple.org/", "example.org"},  // only the full parser decodes
       {"https://example.org/a b", "example.org"},
       {"https://[::1]/", "::1"},
-      {"ftp://example.org", {}},
-      {"https://user@example.org", {}},
       {"https:///path", {}},
-      {"about:blank", {}},
       {"https://example.org:1234567890/", {}}};
   std::string buffer;
   for (const auto& [text, host] : cases) {
