@@ -186,18 +186,17 @@ TEST(TabPolicyTest, ReconcileCarriesTimestampsOnlyForTheSameTab) {
     previous.neverSelectedSince = ago(6000);
     previous.lastVisitAt = ago(6500);
     previous.observedAt = ago(c.previousObservedAgo);
-    const LiveTab idle = TabPolicy::reconcile({fresh}, {previous}, kNow).at(0);
-    EXPECT_EQ(idle.title, "renamed") << c.name;
-    EXPECT_EQ(idle.observedAt, kNow) << c.name;
-    EXPECT_EQ(idle.lastActiveAt, c.same ? ago(7000) : kNow) << c.name;
-    EXPECT_EQ(idle.neverSelectedSince, c.same ? ago(6000) : kNow) << c.name;
-    EXPECT_EQ(idle.lastVisitAt, c.same ? std::optional(ago(6500)) : std::nullopt) << c.name;
-
-    fresh.isActive = true;  // used now, whether or not it is the same tab
-    const LiveTab active = TabPolicy::reconcile({fresh}, {previous}, kNow).at(0);
-    EXPECT_EQ(active.lastActiveAt, kNow) << c.name;
-    EXPECT_EQ(active.neverSelectedSince, std::nullopt) << c.name;
-    EXPECT_EQ(active.lastVisitAt, idle.lastVisitAt) << c.name;
+    LiveTab expected = fresh;
+    expected.observedAt = kNow;
+    expected.lastActiveAt = c.same ? ago(7000) : kNow;
+    expected.neverSelectedSince = c.same ? ago(6000) : kNow;
+    expected.lastVisitAt = c.same ? std::optional(ago(6500)) : std::nullopt;
+    EXPECT_EQ(TabPolicy::reconcile({fresh}, {previous}, kNow).at(0), expected) << c.name;
+    // An active tab is used now, whether or not it is the same tab.
+    fresh.isActive = expected.isActive = true;
+    expected.lastActiveAt = kNow;
+    expected.neverSelectedSince.reset();
+    EXPECT_EQ(TabPolicy::reconcile({fresh}, {previous}, kNow).at(0), expected) << c.name;
   }
 
   // The match's absent neverSelectedSince stays absent; of two previous tabs with one id,
