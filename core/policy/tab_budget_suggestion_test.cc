@@ -102,19 +102,15 @@ TEST(TabBudgetSuggestionTest, TieBreaksAfterLastUse) {
 
 TEST(TabBudgetSuggestionTest, NeverProposesWhatCannotBeClosed) {
   using enum Browser;
-  std::vector<LiveTab> snapshot{tab("pinned", 100),
-                                tab("unknownAt3", 100, chrome, 1, 3),
-                                tab("active", 100),
-                                tab("excluded", 100),
-                                tab("notWeb", 100),
-                                tab("edge", 100, edge),
-                                tab("twinA", 100, safari, 1),
-                                tab("twinB", 100, safari, 1),
-                                tab("activeTwin", 100, safari, 2),
-                                tab("sibling", 100, safari, 2),
-                                tab("ownWindow1", 90, safari, 3),
-                                tab("ownWindow2", 80, safari, 4),
-                                tab("unknownAt4", 70, chrome, 1, 4)};
+  std::vector<LiveTab> snapshot;
+  for (const LiveTab& t : {tab("pinned", 100), tab("unknownAt3", 100, chrome, 1, 3),
+                           tab("active", 100), tab("excluded", 100), tab("notWeb", 100),
+                           tab("edge", 100, edge), tab("twinA", 100, safari, 1),
+                           tab("twinB", 100, safari, 1), tab("activeTwin", 100, safari, 2),
+                           tab("sibling", 100, safari, 2), tab("ownWindow1", 90, safari, 3),
+                           tab("ownWindow2", 80, safari, 4), tab("unknownAt4", 70, chrome, 1, 4)}) {
+    snapshot.push_back(t);
+  }
   snapshot[0].pinState = PinState::pinned;
   snapshot[1].pinState = snapshot[12].pinState = PinState::unknown;
   snapshot[2].isActive = snapshot[8].isActive = true;  // an active twin still blocks its sibling
