@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <sstream>
 
 #include "server/testing/server_harness.h"
 
@@ -20,25 +21,28 @@ struct Transcript {
   friend void PrintTo(const Transcript& transcript, std::ostream* out) { *out << transcript.file; }
 };
 
+std::string contents(const std::filesystem::path& path) {
+  std::stringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
 class TranscriptTest : public ::testing::TestWithParam<Transcript> {};
 
 TEST_P(TranscriptTest, AnswersExactlyAsRecorded) {
   ServerHarness harness;
   harness.environment["VELTO_CLIENT_ID"] = GetParam().clientID;
   harness.environment["VELTO_CLIENT_TOKEN"] = GetParam().token;
-  std::ifstream file(std::string(VELTO_SERVER_SOURCE_DIR) + "/transcripts/" + GetParam().file);
-  ASSERT_TRUE(file);
+  std::istringstream file(
+      contents(std::string(VELTO_SERVER_SOURCE_DIR) + "/transcripts/" + GetParam().file));
   std::string input, expected;
   for (std::string line; std::getline(file, line);) {
     const std::string text = line.substr(std::min<size_t>(2, line.size()));
-    if (line.starts_with(">")) {
-      input += text + "\n";
-    } else if (line.starts_with("<")) {
-      expected += text + "\n";
-    } else {
-      EXPECT_TRUE(line.empty() || line.starts_with("#")) << line;
-    }
+    if (line.starts_with(">")) input += text + "\n";
+    if (line.starts_with("<")) expected += text + "\n";
+    EXPECT_TRUE(line.starts_with(">") || line.starts_with("<") || line.starts_with("#")) << line;
   }
+  ASSERT_FALSE(expected.empty());
   for (size_t at; (at = expected.find("$LIVE_UPDATED_AT")) != std::string::npos;) {
     expected.replace(at, 16, harness.liveUpdatedAt);
   }
@@ -52,12 +56,14 @@ TEST_P(TranscriptTest, AnswersExactlyAsRecorded) {
     EXPECT_EQ(gotLine, wantLine);
   }
   EXPECT_EQ(output.standardOutput, expected);
+  EXPECT_EQ(contents(harness.libraryFile), harness.sampleLibraryText());  // never written
 }
 
 INSTANTIATE_TEST_SUITE_P(Sessions, TranscriptTest,
                          ::testing::Values(Transcript{"handshake.jsonl", kOpenerID, kOpenerToken},
                                            Transcript{"envelope.jsonl", kOpenerID, kOpenerToken},
                                            Transcript{"tools.jsonl", kOpenerID, kOpenerToken},
+                                           Transcript{"arguments.jsonl", kOpenerID, kOpenerToken},
                                            Transcript{"read_only.jsonl", kReaderID, kReaderToken},
                                            Transcript{"refused.jsonl", kReaderID, kOpenerToken}),
                          [](const auto& info) {

@@ -65,20 +65,18 @@ try {
     closedAt: "2026-01-11T08:00:00Z" }] });
   assert.match(found.content[0].text, /https:\\\/\\\/cooking\.example\\\/creme-brulee/);
 
-  const reopened = await opener.callTool({ name: "reopen_tab", arguments: { id: "5a7ed000-0000-4000-8000-000000000001" } });
+  // A saved (not yet closed) tab, named in lower case.
+  const reopened = await opener.callTool({ name: "reopen_tab", arguments: { id: "5a7ed000-0000-4000-8000-000000000003" } });
   assert.deepEqual(structured(reopened), { opened: true });
   for (let i = 0; i < 200 && !existsSync(recorded); i++) await new Promise((r) => setTimeout(r, 25));
-  assert.equal(readFileSync(recorded, "utf8"), "https://github.com/velto/core/pull/42\n");
+  assert.equal(readFileSync(recorded, "utf8"), "https://read.example/later\n");
 
+  // A tool error is a result; an argument error is a JSON-RPC error.
+  const missing = await opener.callTool({ name: "reopen_tab", arguments: { id: "5A7ED000-0000-4000-8000-000000000004" } });
+  assert.deepEqual(missing, { content: [{ type: "text", text: "Tab not found or excluded." }], isError: true });
   await assert.rejects(opener.callTool({ name: "list_tabs", arguments: { limit: 0 } }),
                        (error) => error.code === -32602 && /Invalid arguments/.test(error.message));
   await opener.close();
-
-  const reader = await connect("C0FFEE00-0000-4000-8000-000000000002", "2".repeat(64));
-  const refused = await reader.callTool({ name: "reopen_tab", arguments: { id: "5A7ED000-0000-4000-8000-000000000001" } });
-  assert.equal(refused.isError, true);
-  assert.equal(refused.content[0].text, "This connection is read-only. Enable reopening for this client in Velto.");
-  await reader.close();
 
   await assert.rejects(connect("C0FFEE00-0000-4000-8000-000000000002", "1".repeat(64)),
                        (error) => error.code === -32001 && /Connection not allowed/.test(error.message));
