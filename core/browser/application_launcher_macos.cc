@@ -10,7 +10,6 @@ namespace {
 
 // The system's own command-line front ends to launch services; no shell is involved and
 // the only variable text passed on is the URL, as one argument.
-constexpr const char* kFind = "/usr/bin/mdfind";
 constexpr const char* kOpen = "/usr/bin/open";
 constexpr const char* kScript = "/usr/bin/osascript";
 
@@ -22,9 +21,14 @@ std::string trimmed(std::string text) {
 class MacApplicationLauncher : public ApplicationLauncher {
  public:
   bool isInstalled(Browser browser) override {
-    const auto found = runProcess(
-        kFind, {"kMDItemCFBundleIdentifier == '" + std::string(bundleID(browser)) + "'"});
-    return found.ok() && found->exitStatus == 0 && !trimmed(found->standardOutput).empty();
+    // Launch services' own lookup by bundle identifier, the one `open -b` relies on;
+    // Spotlight's index would miss applications on volumes it does not index.
+    const std::string lookup =
+        "ObjC.import('AppKit'); "
+        "$.NSWorkspace.sharedWorkspace.URLForApplicationWithBundleIdentifier('" +
+        std::string(bundleID(browser)) + "').isNil() ? 'no' : 'yes'";
+    const auto found = runProcess(kScript, {"-l", "JavaScript", "-e", lookup});
+    return found.ok() && found->exitStatus == 0 && trimmed(found->standardOutput) == "yes";
   }
 
   bool isRunning(Browser browser) override {
