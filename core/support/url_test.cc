@@ -39,6 +39,8 @@ TEST(UrlTest, HostsAndPathsOfOddForms) {
 TEST(UrlTest, SafeHttpHostAgreesWithTheFullParser) {
   const std::pair<const char*, std::optional<std::string_view>> cases[] = {
       {"HTTP://Example.org.:80/?q#f", "example.org"},
+      {"https://.example.org./p%20q#f", "example.org"},
+      {"https://example.org/#a#b", {}},
       {"https://ex%61mple.org/", "example.org"},  // only the full parser decodes
       {"https://example.org/a b", "example.org"},
       {"https://[::1]/", "::1"},
