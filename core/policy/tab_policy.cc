@@ -34,6 +34,15 @@ std::string_view trimmedWhitespace(std::string_view text) {
   return {pieces.front().data(), pieces.back().data() + pieces.back().size()};
 }
 
+// FNV-1a taken from the last byte backwards, so that one pass over a host passes through
+// the hash of each of its parent domains.
+constexpr uint64_t kHashBasis = 0xcbf29ce484222325;
+uint64_t suffixHashStep(uint64_t hash, char c) {
+  return (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
+}
+// The high bits: they depend on every byte hashed.
+size_t filterSlot(uint64_t hash) { return static_cast<size_t>(hash >> 52); }
+
 bool observedRecently(const LiveTab& tab, Date now) {
   const double age = secondsBetween(tab.observedAt, now);
   return age >= 0 && age < kFreshObservationSeconds;
@@ -43,25 +52,37 @@ bool observedRecently(const LiveTab& tab, Date now) {
 
 ExclusionList::ExclusionList(const std::vector<std::string>& entries) {
   for (const std::string& entry : entries) {
-    if (auto domain = TabPolicy::normalizedDomain(entry)) domains_.insert(std::move(*domain));
+    auto domain = TabPolicy::normalizedDomain(entry);
+    if (!domain) continue;
+    uint64_t hash = kHashBasis;
+    for (auto c = domain->rbegin(); c != domain->rend(); ++c) hash = suffixHashStep(hash, *c);
+    mayHold_.set(filterSlot(hash));
+    domains_.emplace_back(hash, std::move(*domain));
   }
+  std::sort(domains_.begin(), domains_.end());
 }
 
 bool ExclusionList::excludes(std::string_view url) const {
-  // One buffer per thread: hosts are mostly longer than the small-string capacity, and
-  // this runs for every tab of a library.
+  // One buffer per thread, for the hosts that need lowercasing: this runs for every tab of
+  // a library.
   thread_local std::string buffer;
   const auto host = safeHttpHost(url, buffer);
   if (!host) return true;
-  if (domains_.empty()) return false;
-  // The host itself, then each parent domain at a label boundary.
-  std::string_view candidate = *host;
-  while (true) {
-    if (domains_.find(candidate) != domains_.end()) return true;
-    const size_t dot = candidate.find('.');
-    if (dot == std::string_view::npos) return false;
-    candidate.remove_prefix(dot + 1);
+  // The host itself and each parent domain at a label boundary, from the shortest up.
+  uint64_t hash = kHashBasis;
+  for (size_t i = host->size(); i-- > 0;) {
+    hash = suffixHashStep(hash, (*host)[i]);
+    if ((i > 0 && (*host)[i - 1] != '.') || !mayHold_.test(filterSlot(hash))) continue;
+    const std::string_view candidate = host->substr(i);
+    const auto byHash = [](const std::pair<uint64_t, std::string>& entry, uint64_t value) {
+      return entry.first < value;
+    };
+    auto entry = std::lower_bound(domains_.begin(), domains_.end(), hash, byHash);
+    for (; entry != domains_.end() && entry->first == hash; ++entry) {
+      if (entry->second == candidate) return true;
+    }
   }
+  return false;
 }
 
 namespace TabPolicy {

@@ -1,9 +1,10 @@
 #pragma once
 
+#include <bitset>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "core/model/records.h"
@@ -20,11 +21,11 @@ class ExclusionList {
   bool excludes(std::string_view url) const;
 
  private:
-  struct Hash {
-    using is_transparent = void;
-    size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
-  };
-  std::unordered_set<std::string, Hash, std::equal_to<>> domains_;
+  // One bit per entry, at a slot taken from its suffix hash: most hosts match no entry,
+  // and this rules out all their parent domains in one pass over the host.
+  std::bitset<4096> mayHold_;
+  // The entries by suffix hash, to confirm a candidate.
+  std::vector<std::pair<uint64_t, std::string>> domains_;
 };
 
 // Pure rules over the core records: which URLs are safe, which are excluded, which tabs

@@ -64,7 +64,8 @@ TEST(TabPolicyTest, ExclusionMatchesHostsAndSubdomainsAndFailsClosed) {
         Case{"https://Example.org./x", true}, Case{"https://notexample.org", false},
         Case{"https://example.org.evil.net", false}, Case{"about:blank", true},
         Case{"ftp://example.net", true}, Case{"https://u:p@safe.net", true},
-        Case{"http://safe.net", false}}) {
+        Case{"http://safe.net", false}, Case{"https://a..example.org", true},
+        Case{"https://ex%41mple.ORG/", true}}) {
     EXPECT_EQ(TabPolicy::isExcluded(url, {"*.Example.ORG "}), excluded) << url;
   }
   EXPECT_TRUE(TabPolicy::isExcluded("about:blank", {}));
