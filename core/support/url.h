@@ -35,8 +35,8 @@ struct Url {
 // host and no user part, lowercased with "." trimmed from both ends; absent otherwise.
 // Answers common URLs without allocating or running the full parser, for the hot paths
 // that test every tab of a library. Agrees with Url::parse in every case.
-// The result views into `text` when the host is already lowercase, else into `buffer`,
-// which then receives the lowercased host.
+// The result views into `text` (a host already in lowercase, taken by the shortcut) or
+// into `buffer`, which then receives the lowercased host: keep both alive while using it.
 std::optional<std::string_view> safeHttpHost(std::string_view text, std::string& buffer);
 
 // The same answer from Url::parse alone, without the shortcut (the reference the
