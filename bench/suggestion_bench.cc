@@ -96,7 +96,7 @@ void BM_CleanupSuggestion(benchmark::State& state) {
   state.counters["idle"] = static_cast<double>(sample.tabs.size());
   state.counters["duplicates"] = static_cast<double>(sample.duplicates.size());
 }
-BENCHMARK(BM_CleanupSuggestion)->Arg(1000)->Arg(10000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_CleanupSuggestion)->Arg(1000)->Arg(4000)->Arg(10000)->Unit(benchmark::kMicrosecond);
 
 void BM_TabBudgetSuggestion(benchmark::State& state) {
   const auto tabs = snapshot(static_cast<int>(state.range(0)));
@@ -105,7 +105,7 @@ void BM_TabBudgetSuggestion(benchmark::State& state) {
   state.counters["proposed"] =
       static_cast<double>(TabBudgetSuggestion(tabs, std::nullopt, p, kNow).tabs.size());
 }
-BENCHMARK(BM_TabBudgetSuggestion)->Arg(1000)->Arg(10000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_TabBudgetSuggestion)->Arg(1000)->Arg(4000)->Arg(10000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 }  // namespace velto
