@@ -1,6 +1,7 @@
 #include "core/model/library_codec.h"
 
 #include <fcntl.h>
+#include <simdjson.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,9 +10,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <optional>
-#include <simdjson.h>
 #include <stdexcept>
 #include <system_error>
 #include <type_traits>
@@ -20,16 +19,28 @@ namespace velto {
 
 namespace {
 
-namespace dom = simdjson::dom;
+namespace od = simdjson::ondemand;
+using simdjson::error_code;
+
+// Containers nest at most as deep as simdjson's DOM parser allows, so a document fails for
+// depth alike whichever way it is read. On-Demand counts the document itself as a level
+// and must stay below its parser's limit (optimised builds assume so rather than check),
+// hence two levels more for the parser.
+constexpr size_t kMaxDepth = simdjson::DEFAULT_MAX_DEPTH;
+constexpr size_t kParserDepth = kMaxDepth + 2;
 
 // Where a value sits in the document. It lives on the stack while its value is decoded
 // and is spelt out only when something is wrong, so a good document never pays for it.
-// The document itself has no parent and no key; an array element has no key.
+// The document itself has no parent and no key; an array element has no key. `depth`
+// counts the containers around the value.
 struct Path {
   const Path* parent = nullptr;
   std::string_view key;
   size_t index = 0;
+  size_t depth = 0;
 
+  Path member(std::string_view name) const { return {this, name, 0, depth + 1}; }
+  Path element(size_t at) const { return {this, {}, at, depth + 1}; }
   bool isDocument() const { return parent == nullptr; }
 
   void appendTo(std::string& out) const {
@@ -55,6 +66,172 @@ Error damaged(std::string_view subject, std::string_view complaint) {
   return decodingError(std::move(message));
 }
 
+Error parseFailure(error_code code) {
+  switch (code) {
+    case simdjson::EMPTY:
+      return damaged("the document", "is empty");
+    case simdjson::UTF8_ERROR:
+      return damaged("the document", "is not valid UTF-8");
+    case simdjson::CAPACITY:
+    case simdjson::MEMALLOC:
+      return damaged("the document", "is too large to read");
+    case simdjson::DEPTH_ERROR:
+      return damaged("the document", "is nested too deeply");
+    default:
+      return damaged("the document", "is not valid JSON");
+  }
+}
+
+bool isJSONSpace(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
+
+// The text of a string value. Most strings have no escapes: their text is then the bytes
+// between the quotes, used where they lie, which spares a copy through the parser's
+// string buffer and keeps that buffer's pages untouched. Only escaped strings are
+// unescaped (and their escapes checked). UTF-8 and control characters were checked for
+// the whole document before any value is read.
+error_code textOf(od::value& value, std::string_view& out) {
+  // The token runs from the opening quote to the next token, whitespace included.
+  const std::string_view token = value.raw_json_token();
+  size_t end = token.size();
+  while (end > 0 && isJSONSpace(token[end - 1])) --end;
+  if (end >= 2 && token.front() == '"' && token[end - 1] == '"') {
+    const std::string_view inner = token.substr(1, end - 2);
+    if (std::memchr(inner.data(), '\\', inner.size()) == nullptr) {
+      od::raw_json_string consumed;
+      if (const error_code code = value.get_raw_json_string().get(consumed)) return code;
+      out = inner;
+      return simdjson::SUCCESS;
+    }
+  }
+  return value.get_string().get(out);
+}
+
+// An object member's key, unescaped only if it has escapes (a file may spell "version"
+// as "ver\u0073ion"). The document is padded and its strings are closed, so the scan
+// stops at the closing quote at the latest.
+error_code keyOf(od::field& field, std::string_view& out) {
+  const char* start = field.key().raw();
+  const char* end = start;
+  while (*end != '"' && *end != '\\') ++end;
+  if (*end == '"') {
+    out = std::string_view(start, static_cast<size_t>(end - start));
+    return simdjson::SUCCESS;
+  }
+  return field.unescaped_key().get(out);
+}
+
+error_code checkValue(od::value& value, size_t depth);
+
+// The members of an object (or elements of an array) that `depth` containers, itself
+// included, enclose. Like the DOM parser, only a container with something in it counts
+// against the depth limit; refusing it before its first member also keeps On-Demand
+// within the depth its parser was sized for.
+error_code checkMembers(od::object& object, size_t depth) {
+  for (auto member : object) {
+    if (depth >= kMaxDepth) return simdjson::DEPTH_ERROR;
+    std::string_view key;
+    if (const error_code code = member.error()) return code;
+    if (const error_code code = keyOf(member.value_unsafe(), key)) return code;
+    if (const error_code code = checkValue(member.value_unsafe().value(), depth)) return code;
+  }
+  return simdjson::SUCCESS;
+}
+
+error_code checkElements(od::array& array, size_t depth) {
+  for (auto item : array) {
+    if (depth >= kMaxDepth) return simdjson::DEPTH_ERROR;
+    if (const error_code code = item.error()) return code;
+    if (const error_code code = checkValue(item.value_unsafe(), depth)) return code;
+  }
+  return simdjson::SUCCESS;
+}
+
+// On-Demand reads only what it is asked for, so values that no record uses are walked
+// here: malformed JSON anywhere fails the document, as a full parse would. `depth`
+// counts the containers around `value`.
+error_code checkValue(od::value& value, size_t depth) {
+  od::json_type type;
+  if (const error_code code = value.type().get(type)) return code;
+  switch (type) {
+    case od::json_type::object: {
+      od::object object;
+      if (const error_code code = value.get_object().get(object)) return code;
+      return checkMembers(object, depth + 1);
+    }
+    case od::json_type::array: {
+      od::array array;
+      if (const error_code code = value.get_array().get(array)) return code;
+      return checkElements(array, depth + 1);
+    }
+    case od::json_type::string: {
+      std::string_view text;
+      return textOf(value, text);
+    }
+    case od::json_type::number:
+      return value.get_number().error();
+    case od::json_type::boolean:
+      return value.get_bool().error();
+    case od::json_type::null: {
+      bool isNull = false;
+      if (const error_code code = value.is_null().get(isNull)) return code;
+      return isNull ? simdjson::SUCCESS : simdjson::N_ATOM_ERROR;
+    }
+  }
+  return simdjson::TAPE_ERROR;
+}
+
+// Whether only whitespace follows what has been read of the document.
+bool atEnd(od::document& document) {
+  const char* location = nullptr;
+  return document.current_location().get(location) == simdjson::OUT_OF_BOUNDS;
+}
+
+// A document that is a lone scalar, whose bytes end at `end`.
+error_code checkScalar(od::document& document, od::json_type type, const char* end) {
+  std::string_view token;
+  if (const error_code code = document.raw_json_token().get(token)) return code;
+  const char* after = token.data() + token.size();
+  while (after != end && isJSONSpace(*after)) ++after;
+  if (after != end) return simdjson::TAPE_ERROR;
+  switch (type) {
+    case od::json_type::string:
+      return document.get_string().error();
+    case od::json_type::number:
+      return document.get_number().error();
+    default: {
+      // Atoms are compared by hand: this simdjson's tests for a document that is only
+      // an atom accept "falsek" and refuse "null " with its trailing space.
+      std::string_view atom = token;
+      while (!atom.empty() && isJSONSpace(atom.back())) atom.remove_suffix(1);
+      const bool valid =
+          type == od::json_type::null ? atom == "null" : atom == "true" || atom == "false";
+      return valid ? simdjson::SUCCESS : simdjson::T_ATOM_ERROR;
+    }
+  }
+}
+
+// The whole document checked as JSON, whatever its shape; its bytes end at `end`. The
+// root container is opened through the document (not as a value), so that the checks
+// On-Demand makes only on a root container run.
+error_code checkDocument(od::document& document, const char* end) {
+  od::json_type type;
+  if (const error_code code = document.type().get(type)) return code;
+  error_code code = simdjson::SUCCESS;
+  if (type == od::json_type::object) {
+    od::object object;
+    code = document.get_object().get(object);
+    if (!code) code = checkMembers(object, 1);
+  } else if (type == od::json_type::array) {
+    od::array array;
+    code = document.get_array().get(array);
+    if (!code) code = checkElements(array, 1);
+  } else {
+    return checkScalar(document, type, end);
+  }
+  if (code) return code;
+  return atEnd(document) ? simdjson::SUCCESS : simdjson::TAPE_ERROR;
+}
+
 // Position of `key` in `keys`. In a constant expression a name that is not in the
 // table does not compile, so a misspelt case label is caught by the compiler.
 template <size_t N>
@@ -63,6 +240,20 @@ constexpr size_t keyIndex(const std::array<std::string_view, N>& keys, std::stri
     if (keys[i] == key) return i;
   }
   if (std::is_constant_evaluated()) throw std::logic_error("unknown key");
+  return N;
+}
+
+// keyIndex on a key as it lies in the document, for keys without escapes: the document
+// is padded, so comparing past a shorter key's closing quote stays inside it.
+template <size_t N>
+size_t rawKeyIndex(const std::array<std::string_view, N>& keys, const char* raw) {
+  for (size_t i = 0; i < N; ++i) {
+    const std::string_view key = keys[i];
+    if (raw[0] == key[0] && std::memcmp(raw, key.data(), key.size()) == 0 &&
+        raw[key.size()] == '"') {
+      return i;
+    }
+  }
   return N;
 }
 
@@ -80,94 +271,96 @@ constexpr uint32_t requiredMask(const std::array<std::string_view, N>& keys,
 constexpr std::array<std::string_view, 8> kSavedTabKeys{
     "id", "title", "url", "browser", "savedAt", "closedAt", "state", "isFavorite"};
 constexpr std::array<std::string_view, 13> kLiveTabKeys{
-    "id",       "browser",  "windowID", "tabID",        "index",      "title",
-    "url",      "isActive", "pinState", "lastActiveAt", "observedAt", "neverSelectedSince",
+    "id",         "browser",  "windowID", "tabID",        "index",      "title",
+    "url",        "isActive", "pinState", "lastActiveAt", "observedAt", "neverSelectedSince",
     "lastVisitAt"};
 constexpr std::array<std::string_view, 14> kPreferencesKeys{
-    "idleHours",         "autoClose",       "tabLimit",        "automaticTabLimit",
-    "connectedBrowsers", "exclusions",      "flaURL",          "websiteIcons",
-    "veltoActivity",     "compactActivity", "confirmTuckAway", "memoryAlerts",
-    "protectedTabs",     "browserHistory"};
-constexpr std::array<std::string_view, 5> kClientGrantKeys{"id", "name", "tokenHash",
-                                                           "allowReopen", "createdAt"};
-constexpr std::array<std::string_view, 6> kLibraryKeys{
-    "version", "tabs", "liveTabs", "liveUpdatedAt", "preferences", "clients"};
+    "idleHours",       "autoClose",    "tabLimit",      "automaticTabLimit", "connectedBrowsers",
+    "exclusions",      "flaURL",       "websiteIcons",  "veltoActivity",     "compactActivity",
+    "confirmTuckAway", "memoryAlerts", "protectedTabs", "browserHistory"};
+constexpr std::array<std::string_view, 5> kClientGrantKeys{"id", "name", "tokenHash", "allowReopen",
+                                                           "createdAt"};
+constexpr std::array<std::string_view, 6> kLibraryKeys{"version",       "tabs",        "liveTabs",
+                                                       "liveUpdatedAt", "preferences", "clients"};
 
-// Turns the parsed document into records, stopping at the first value that does not fit.
-// Every read returns false after recording the error.
+// Turns the document into records as it walks it, stopping at the first value that
+// does not fit. Every read returns false after recording why: `error` for a value of the
+// wrong form, `malformed` for JSON that did not parse. The first may be the symptom of
+// the second further on, so the caller checks the whole document before reporting it.
 class Reader {
  public:
   std::optional<Error> error;
+  error_code malformed = simdjson::SUCCESS;
 
-  bool read(dom::element value, const Path& at, std::string& out) {
+  bool read(od::value& value, const Path& at, std::string& out) {
     std::string_view text;
-    if (value.get_string().get(text) != simdjson::SUCCESS) return fail(at, "is not a string");
+    if (textOf(value, text) != simdjson::SUCCESS) return fail(at, "is not a string");
     out.assign(text);
     return true;
   }
 
-  bool read(dom::element value, const Path& at, bool& out) {
+  bool read(od::value& value, const Path& at, bool& out) {
     if (value.get_bool().get(out) != simdjson::SUCCESS) return fail(at, "is not true or false");
     return true;
   }
 
-  bool read(dom::element value, const Path& at, int64_t& out) {
-    switch (value.type()) {
-      case dom::element_type::INT64:
-        out = value.get_int64().value_unsafe();
+  bool read(od::value& value, const Path& at, int64_t& out) {
+    // Parsed as the DOM parser would (get_int64 and get_double refuse some numbers it
+    // takes, such as 1e0000000000000000000000), then judged by the type it gives.
+    od::number number;
+    if (value.get_number().get(number) == simdjson::SUCCESS) {
+      if (number.is_int64()) {
+        out = number.get_int64();
         return true;
-      case dom::element_type::DOUBLE: {
-        // Decoders that read every number as a double accept 1.0 and 1e3 for an integer
-        // field but not 1.5; files written by them must keep loading.
-        const double number = value.get_double().value_unsafe();
-        if (number >= -0x1p63 && number < 0x1p63 && std::trunc(number) == number) {
-          out = static_cast<int64_t>(number);
-          return true;
-        }
-        break;
       }
-      default:
-        break;
+      // Decoders that read every number as a double accept 1.0 and 1e3 for an integer
+      // field but not 1.5; files written by them must keep loading.
+      const double real = number.is_double() ? number.get_double() : 0;
+      if (number.is_double() && real >= -0x1p63 && real < 0x1p63 && std::trunc(real) == real) {
+        out = static_cast<int64_t>(real);
+        return true;
+      }
     }
     return fail(at, "is not a whole number that fits in 64 bits");
   }
 
-  bool read(dom::element value, const Path& at, Date& out) {
+  bool read(od::value& value, const Path& at, Date& out) {
     std::string_view text;
     std::optional<Date> date;
-    if (value.get_string().get(text) == simdjson::SUCCESS) date = parseISO8601(text);
+    if (textOf(value, text) == simdjson::SUCCESS) date = parseISO8601(text);
     if (!date) return fail(at, "is not a date like 2026-01-31T08:15:00Z");
     out = *date;
     return true;
   }
 
-  bool read(dom::element value, const Path& at, Uuid& out) {
+  bool read(od::value& value, const Path& at, Uuid& out) {
     std::string_view text;
     std::optional<Uuid> uuid;
-    if (value.get_string().get(text) == simdjson::SUCCESS) uuid = Uuid::parse(text);
+    if (textOf(value, text) == simdjson::SUCCESS) uuid = Uuid::parse(text);
     if (!uuid) return fail(at, "is not a UUID like 6F9619FF-8B86-D011-B42D-00C04FC964FF");
     out = *uuid;
     return true;
   }
 
-  bool read(dom::element value, const Path& at, Browser& out) {
+  bool read(od::value& value, const Path& at, Browser& out) {
     return readEnumeration(value, at, out, browserFromRawValue,
                            "is not a browser (safari, chrome, brave or edge)");
   }
 
-  bool read(dom::element value, const Path& at, PinState& out) {
+  bool read(od::value& value, const Path& at, PinState& out) {
     return readEnumeration(value, at, out, pinStateFromRawValue,
                            "is not a pin state (pinned, unpinned or unknown)");
   }
 
-  bool read(dom::element value, const Path& at, ArchiveState& out) {
+  bool read(od::value& value, const Path& at, ArchiveState& out) {
     return readEnumeration(value, at, out, archiveStateFromRawValue,
                            "is not a tab state (saved, pendingClose or closed)");
   }
 
   template <class T>
-  bool read(dom::element value, const Path& at, std::optional<T>& out) {
-    if (value.is_null()) {
+  bool read(od::value& value, const Path& at, std::optional<T>& out) {
+    bool isNull = false;
+    if (value.is_null().get(isNull) == simdjson::SUCCESS && isNull) {
       out.reset();
       return true;
     }
@@ -175,82 +368,103 @@ class Reader {
   }
 
   template <class T>
-  bool read(dom::element value, const Path& at, std::vector<T>& out) {
-    dom::array array;
+  bool read(od::value& value, const Path& at, std::vector<T>& out) {
+    od::array array;
     if (value.get_array().get(array) != simdjson::SUCCESS) return fail(at, "is not an array");
     // Elements already there are read over rather than destroyed: their strings keep
     // their capacity, so decoding the same library again allocates almost nothing.
-    const size_t count = array.size();
-    if (out.size() > count) out.resize(count);
-    out.reserve(count);
-    size_t index = 0;
-    for (dom::element item : array) {
-      T& element = index < out.size() ? out[index] : out.emplace_back();
-      if (!read(item, Path{&at, {}, index++}, element)) return false;
+    size_t count = 0;
+    for (auto item : array) {
+      if (const error_code code = item.error()) return broken(code);
+      T& record = count < out.size() ? out[count] : out.emplace_back();
+      if (!read(item.value_unsafe(), at.element(count++), record)) return false;
     }
+    out.erase(out.begin() + static_cast<std::ptrdiff_t>(count), out.end());
     return true;
   }
 
-  bool read(dom::element value, const Path& at, BrowserSet& out) {
-    dom::array array;
+  bool read(od::value& value, const Path& at, BrowserSet& out) {
+    od::array array;
     if (value.get_array().get(array) != simdjson::SUCCESS) return fail(at, "is not an array");
     out = BrowserSet{};
     size_t index = 0;
-    for (dom::element item : array) {
+    for (auto item : array) {
       Browser browser{};
-      if (!read(item, Path{&at, {}, index++}, browser)) return false;
+      if (const error_code code = item.error()) return broken(code);
+      if (!read(item.value_unsafe(), at.element(index++), browser)) return false;
       out.insert(browser);
     }
     return true;
   }
 
-  bool read(dom::element value, const Path& at, SavedTab& tab) {
+  bool read(od::value& value, const Path& at, SavedTab& tab) {
     static constexpr auto& k = kSavedTabKeys;
     static constexpr uint32_t kRequired = requiredMask(k, {"closedAt"});
     tab.closedAt.reset();
-    return readObject(value, at, k, kRequired, [&](size_t key, dom::element v, const Path& p) {
+    return readObject(value, at, k, kRequired, [&](size_t key, od::value& v, const Path& p) {
       switch (key) {
-        case keyIndex(k, "id"): return read(v, p, tab.id);
-        case keyIndex(k, "title"): return read(v, p, tab.title);
-        case keyIndex(k, "url"): return read(v, p, tab.url);
-        case keyIndex(k, "browser"): return read(v, p, tab.browser);
-        case keyIndex(k, "savedAt"): return read(v, p, tab.savedAt);
-        case keyIndex(k, "closedAt"): return read(v, p, tab.closedAt);
-        case keyIndex(k, "state"): return read(v, p, tab.state);
-        case keyIndex(k, "isFavorite"): return read(v, p, tab.isFavorite);
+        case keyIndex(k, "id"):
+          return read(v, p, tab.id);
+        case keyIndex(k, "title"):
+          return read(v, p, tab.title);
+        case keyIndex(k, "url"):
+          return read(v, p, tab.url);
+        case keyIndex(k, "browser"):
+          return read(v, p, tab.browser);
+        case keyIndex(k, "savedAt"):
+          return read(v, p, tab.savedAt);
+        case keyIndex(k, "closedAt"):
+          return read(v, p, tab.closedAt);
+        case keyIndex(k, "state"):
+          return read(v, p, tab.state);
+        case keyIndex(k, "isFavorite"):
+          return read(v, p, tab.isFavorite);
       }
       return true;
     });
   }
 
-  bool read(dom::element value, const Path& at, LiveTab& tab) {
+  bool read(od::value& value, const Path& at, LiveTab& tab) {
     static constexpr auto& k = kLiveTabKeys;
     static constexpr uint32_t kRequired =
         requiredMask(k, {"tabID", "neverSelectedSince", "lastVisitAt"});
     tab.tabID.reset();
     tab.neverSelectedSince.reset();
     tab.lastVisitAt.reset();
-    return readObject(value, at, k, kRequired, [&](size_t key, dom::element v, const Path& p) {
+    return readObject(value, at, k, kRequired, [&](size_t key, od::value& v, const Path& p) {
       switch (key) {
-        case keyIndex(k, "id"): return read(v, p, tab.id);
-        case keyIndex(k, "browser"): return read(v, p, tab.browser);
-        case keyIndex(k, "windowID"): return read(v, p, tab.windowID);
-        case keyIndex(k, "tabID"): return read(v, p, tab.tabID);
-        case keyIndex(k, "index"): return read(v, p, tab.index);
-        case keyIndex(k, "title"): return read(v, p, tab.title);
-        case keyIndex(k, "url"): return read(v, p, tab.url);
-        case keyIndex(k, "isActive"): return read(v, p, tab.isActive);
-        case keyIndex(k, "pinState"): return read(v, p, tab.pinState);
-        case keyIndex(k, "lastActiveAt"): return read(v, p, tab.lastActiveAt);
-        case keyIndex(k, "observedAt"): return read(v, p, tab.observedAt);
-        case keyIndex(k, "neverSelectedSince"): return read(v, p, tab.neverSelectedSince);
-        case keyIndex(k, "lastVisitAt"): return read(v, p, tab.lastVisitAt);
+        case keyIndex(k, "id"):
+          return read(v, p, tab.id);
+        case keyIndex(k, "browser"):
+          return read(v, p, tab.browser);
+        case keyIndex(k, "windowID"):
+          return read(v, p, tab.windowID);
+        case keyIndex(k, "tabID"):
+          return read(v, p, tab.tabID);
+        case keyIndex(k, "index"):
+          return read(v, p, tab.index);
+        case keyIndex(k, "title"):
+          return read(v, p, tab.title);
+        case keyIndex(k, "url"):
+          return read(v, p, tab.url);
+        case keyIndex(k, "isActive"):
+          return read(v, p, tab.isActive);
+        case keyIndex(k, "pinState"):
+          return read(v, p, tab.pinState);
+        case keyIndex(k, "lastActiveAt"):
+          return read(v, p, tab.lastActiveAt);
+        case keyIndex(k, "observedAt"):
+          return read(v, p, tab.observedAt);
+        case keyIndex(k, "neverSelectedSince"):
+          return read(v, p, tab.neverSelectedSince);
+        case keyIndex(k, "lastVisitAt"):
+          return read(v, p, tab.lastVisitAt);
       }
       return true;
     });
   }
 
-  bool read(dom::element value, const Path& at, Preferences& prefs) {
+  bool read(od::value& value, const Path& at, Preferences& prefs) {
     static constexpr auto& k = kPreferencesKeys;
     static constexpr uint32_t kRequired = requiredMask(
         k, {"tabLimit", "automaticTabLimit", "websiteIcons", "veltoActivity", "compactActivity",
@@ -262,57 +476,91 @@ class Reader {
     }
     prefs.tabLimit.reset();
     prefs.protectedTabs.reset();
-    return readObject(value, at, k, kRequired, [&](size_t key, dom::element v, const Path& p) {
+    return readObject(value, at, k, kRequired, [&](size_t key, od::value& v, const Path& p) {
       switch (key) {
-        case keyIndex(k, "idleHours"): return read(v, p, prefs.idleHours);
-        case keyIndex(k, "autoClose"): return read(v, p, prefs.autoClose);
-        case keyIndex(k, "tabLimit"): return read(v, p, prefs.tabLimit);
-        case keyIndex(k, "automaticTabLimit"): return read(v, p, prefs.automaticTabLimit);
-        case keyIndex(k, "connectedBrowsers"): return read(v, p, prefs.connectedBrowsers);
-        case keyIndex(k, "exclusions"): return read(v, p, prefs.exclusions);
-        case keyIndex(k, "flaURL"): return read(v, p, prefs.flaURL);
-        case keyIndex(k, "websiteIcons"): return read(v, p, prefs.websiteIcons);
-        case keyIndex(k, "veltoActivity"): return read(v, p, prefs.veltoActivity);
-        case keyIndex(k, "compactActivity"): return read(v, p, prefs.compactActivity);
-        case keyIndex(k, "confirmTuckAway"): return read(v, p, prefs.confirmTuckAway);
-        case keyIndex(k, "memoryAlerts"): return read(v, p, prefs.memoryAlerts);
-        case keyIndex(k, "protectedTabs"): return read(v, p, prefs.protectedTabs);
-        case keyIndex(k, "browserHistory"): return read(v, p, prefs.browserHistory);
+        case keyIndex(k, "idleHours"):
+          return read(v, p, prefs.idleHours);
+        case keyIndex(k, "autoClose"):
+          return read(v, p, prefs.autoClose);
+        case keyIndex(k, "tabLimit"):
+          return read(v, p, prefs.tabLimit);
+        case keyIndex(k, "automaticTabLimit"):
+          return read(v, p, prefs.automaticTabLimit);
+        case keyIndex(k, "connectedBrowsers"):
+          return read(v, p, prefs.connectedBrowsers);
+        case keyIndex(k, "exclusions"):
+          return read(v, p, prefs.exclusions);
+        case keyIndex(k, "flaURL"):
+          return read(v, p, prefs.flaURL);
+        case keyIndex(k, "websiteIcons"):
+          return read(v, p, prefs.websiteIcons);
+        case keyIndex(k, "veltoActivity"):
+          return read(v, p, prefs.veltoActivity);
+        case keyIndex(k, "compactActivity"):
+          return read(v, p, prefs.compactActivity);
+        case keyIndex(k, "confirmTuckAway"):
+          return read(v, p, prefs.confirmTuckAway);
+        case keyIndex(k, "memoryAlerts"):
+          return read(v, p, prefs.memoryAlerts);
+        case keyIndex(k, "protectedTabs"):
+          return read(v, p, prefs.protectedTabs);
+        case keyIndex(k, "browserHistory"):
+          return read(v, p, prefs.browserHistory);
       }
       return true;
     });
   }
 
-  bool read(dom::element value, const Path& at, ClientGrant& grant) {
+  bool read(od::value& value, const Path& at, ClientGrant& grant) {
     static constexpr auto& k = kClientGrantKeys;
     return readObject(value, at, k, requiredMask(k, {}),
-                      [&](size_t key, dom::element v, const Path& p) {
+                      [&](size_t key, od::value& v, const Path& p) {
                         switch (key) {
-                          case keyIndex(k, "id"): return read(v, p, grant.id);
-                          case keyIndex(k, "name"): return read(v, p, grant.name);
-                          case keyIndex(k, "tokenHash"): return read(v, p, grant.tokenHash);
-                          case keyIndex(k, "allowReopen"): return read(v, p, grant.allowReopen);
-                          case keyIndex(k, "createdAt"): return read(v, p, grant.createdAt);
+                          case keyIndex(k, "id"):
+                            return read(v, p, grant.id);
+                          case keyIndex(k, "name"):
+                            return read(v, p, grant.name);
+                          case keyIndex(k, "tokenHash"):
+                            return read(v, p, grant.tokenHash);
+                          case keyIndex(k, "allowReopen"):
+                            return read(v, p, grant.allowReopen);
+                          case keyIndex(k, "createdAt"):
+                            return read(v, p, grant.createdAt);
                         }
                         return true;
                       });
   }
 
-  bool read(dom::element value, const Path& at, LibraryState& state) {
+  // The whole document, which must be one object and nothing after it.
+  bool read(od::document& document, LibraryState& state) {
     static constexpr auto& k = kLibraryKeys;
     static constexpr uint32_t kRequired = requiredMask(k, {"liveUpdatedAt"});
+    const Path at;
+    od::object object;
+    if (document.get_object().get(object) != simdjson::SUCCESS) {
+      return fail(at, "is not a JSON object");
+    }
     state.liveUpdatedAt.reset();
-    return readObject(value, at, k, kRequired, [&](size_t key, dom::element v, const Path& p) {
-      switch (key) {
-        case keyIndex(k, "version"): return read(v, p, state.version);
-        case keyIndex(k, "tabs"): return read(v, p, state.tabs);
-        case keyIndex(k, "liveTabs"): return read(v, p, state.liveTabs);
-        case keyIndex(k, "liveUpdatedAt"): return read(v, p, state.liveUpdatedAt);
-        case keyIndex(k, "preferences"): return read(v, p, state.preferences);
-        case keyIndex(k, "clients"): return read(v, p, state.clients);
-      }
-      return true;
-    });
+    const bool read =
+        readMembers(object, at, k, kRequired, [&](size_t key, od::value& v, const Path& p) {
+          switch (key) {
+            case keyIndex(k, "version"):
+              return this->read(v, p, state.version);
+            case keyIndex(k, "tabs"):
+              return this->read(v, p, state.tabs);
+            case keyIndex(k, "liveTabs"):
+              return this->read(v, p, state.liveTabs);
+            case keyIndex(k, "liveUpdatedAt"):
+              return this->read(v, p, state.liveUpdatedAt);
+            case keyIndex(k, "preferences"):
+              return this->read(v, p, state.preferences);
+            case keyIndex(k, "clients"):
+              return this->read(v, p, state.clients);
+          }
+          return true;
+        });
+    if (!read) return false;
+    return atEnd(document) || broken(simdjson::TRAILING_CONTENT);
   }
 
  private:
@@ -328,55 +576,61 @@ class Reader {
     return false;
   }
 
+  bool broken(error_code code) {
+    malformed = code;
+    return false;
+  }
+
   template <class T, class FromRaw>
-  bool readEnumeration(dom::element value, const Path& at, T& out, FromRaw fromRaw,
+  bool readEnumeration(od::value& value, const Path& at, T& out, FromRaw fromRaw,
                        std::string_view complaint) {
     std::string_view text;
     std::optional<T> parsed;
-    if (value.get_string().get(text) == simdjson::SUCCESS) parsed = fromRaw(text);
+    if (textOf(value, text) == simdjson::SUCCESS) parsed = fromRaw(text);
     if (!parsed) return fail(at, complaint);
     out = *parsed;
     return true;
   }
 
-  // Hands each known member to `field` (with its key's position) and ignores the rest;
-  // afterwards reports the first required key, in declaration order, that never came.
   template <size_t N, class Field>
-  bool readObject(dom::element value, const Path& at, const std::array<std::string_view, N>& keys,
+  bool readObject(od::value& value, const Path& at, const std::array<std::string_view, N>& keys,
                   uint32_t required, Field&& field) {
-    dom::object object;
-    if (value.get_object().get(object) != simdjson::SUCCESS) {
-      return fail(at, at.isDocument() ? "is not a JSON object" : "is not an object");
-    }
+    od::object object;
+    if (value.get_object().get(object) != simdjson::SUCCESS) return fail(at, "is not an object");
+    return readMembers(object, at, keys, required, field);
+  }
+
+  // Hands each known member to `field` (with its key's position) and checks the rest;
+  // afterwards reports the first required key, in declaration order, that never came.
+  // A repeated key is read again, so the last one counts.
+  template <size_t N, class Field>
+  bool readMembers(od::object& object, const Path& at, const std::array<std::string_view, N>& keys,
+                   uint32_t required, Field&& field) {
     uint32_t seen = 0;
-    for (dom::key_value_pair member : object) {
-      const size_t key = keyIndex(keys, member.key);
-      if (key == N) continue;
-      if (!field(key, member.value, Path{&at, keys[key]})) return false;
+    for (auto member : object) {
+      if (const error_code code = member.error()) return broken(code);
+      // Taken by reference: copying On-Demand's small iterator structs costs more here
+      // than everything else a member needs.
+      od::field& entry = member.value_unsafe();
+      size_t key = rawKeyIndex(keys, entry.key().raw());
+      if (key == N) {
+        std::string_view name;
+        if (const error_code code = keyOf(entry, name)) return broken(code);
+        key = keyIndex(keys, name);
+      }
+      if (key == N) {
+        if (const error_code code = checkValue(entry.value(), at.depth + 1)) return broken(code);
+        continue;
+      }
+      if (!field(key, entry.value(), at.member(keys[key]))) return false;
       seen |= 1u << key;
     }
     if (const uint32_t missing = required & ~seen) {
-      return fail(Path{&at, keys[std::countr_zero(missing)]}, "is missing");
+      return fail(at.member(keys[std::countr_zero(missing)]), "is missing");
     }
     return true;
   }
 };
-
-Error parseFailure(simdjson::error_code code) {
-  switch (code) {
-    case simdjson::EMPTY:
-      return damaged("the document", "is empty");
-    case simdjson::UTF8_ERROR:
-      return damaged("the document", "is not valid UTF-8");
-    case simdjson::CAPACITY:
-    case simdjson::MEMALLOC:
-      return damaged("the document", "is too large to read");
-    case simdjson::DEPTH_ERROR:
-      return damaged("the document", "is nested too deeply");
-    default:
-      return damaged("the document", "is not valid JSON");
-  }
-}
 
 // Closes a file descriptor on every path out of a read.
 struct FileDescriptor {
@@ -394,8 +648,7 @@ Error readFailure(const std::filesystem::path& file, int error) {
 }  // namespace
 
 struct LibraryDecoder::Impl {
-  dom::parser parser;
-  dom::document document;
+  od::parser parser;
   // The bytes of the last document, followed by the padding the parser reads past the
   // end. Kept between documents: a fresh buffer the size of a large library costs more
   // to fault in than to parse.
@@ -415,22 +668,31 @@ struct LibraryDecoder::Impl {
 
   Result<void> decodeBufferInto(size_t size, LibraryState& state) {
     std::memset(buffer.get() + size, 0, simdjson::SIMDJSON_PADDING);
-    if (size > parser.capacity() || size > document.capacity()) {
+    if (size > parser.capacity() || parser.max_depth() != kParserDepth) {
       // Same growth margin as the buffer, so a slowly growing file does not make the
-      // parser reallocate (and fault in) its tape on every request.
+      // parser reallocate (and fault in) its index on every request.
       const size_t grown = std::min(size + size / 8, parser.max_capacity());
-      if (parser.allocate(grown) != simdjson::SUCCESS ||
-          document.allocate(grown) != simdjson::SUCCESS) {
+      if (parser.allocate(std::max(grown, parser.capacity()), kParserDepth) != simdjson::SUCCESS) {
         return parseFailure(simdjson::MEMALLOC);
       }
     }
-    dom::element root;
-    const simdjson::error_code code =
-        parser.parse_into_document(document, buffer.get(), size, false).get(root);
-    if (code != simdjson::SUCCESS) return parseFailure(code);
+    od::document document;
+    if (const error_code code = iterate(size).get(document)) return parseFailure(code);
     Reader reader;
-    if (!reader.read(root, Path{}, state)) return *std::move(reader.error);
-    return {};
+    if (reader.read(document, state)) return {};
+    // Malformed JSON anywhere outranks a value of the wrong form, as with a full parse.
+    // The document is walked again from the start (after an error On-Demand may have
+    // given up on it, so it cannot be rewound).
+    if (const error_code code = iterate(size).get(document)) return parseFailure(code);
+    if (const error_code code = checkDocument(document, buffer.get() + size)) {
+      return parseFailure(code);
+    }
+    if (reader.error) return *std::move(reader.error);
+    return parseFailure(reader.malformed);
+  }
+
+  simdjson::simdjson_result<od::document> iterate(size_t size) {
+    return parser.iterate(buffer.get(), size, capacity + simdjson::SIMDJSON_PADDING);
   }
 
   Result<LibraryState> decodeBuffer(size_t size) {
@@ -489,102 +751,6 @@ Result<void> LibraryDecoder::decodeFileInto(const std::filesystem::path& file,
 Result<LibraryState> decodeLibrary(std::string_view bytes) {
   LibraryDecoder decoder;
   return decoder.decode(bytes);
-}
-
-namespace {
-
-using Json = nlohmann::json;
-
-Json encoded(const SavedTab& tab) {
-  Json out = Json::object();
-  out["id"] = tab.id.text();
-  out["title"] = tab.title;
-  out["url"] = tab.url;
-  out["browser"] = rawValue(tab.browser);
-  out["savedAt"] = formatISO8601(tab.savedAt);
-  if (tab.closedAt) out["closedAt"] = formatISO8601(*tab.closedAt);
-  out["state"] = rawValue(tab.state);
-  out["isFavorite"] = tab.isFavorite;
-  return out;
-}
-
-Json encoded(const LiveTab& tab) {
-  Json out = Json::object();
-  out["id"] = tab.id;
-  out["browser"] = rawValue(tab.browser);
-  out["windowID"] = tab.windowID;
-  if (tab.tabID) out["tabID"] = *tab.tabID;
-  out["index"] = tab.index;
-  out["title"] = tab.title;
-  out["url"] = tab.url;
-  out["isActive"] = tab.isActive;
-  out["pinState"] = rawValue(tab.pinState);
-  out["lastActiveAt"] = formatISO8601(tab.lastActiveAt);
-  out["observedAt"] = formatISO8601(tab.observedAt);
-  if (tab.neverSelectedSince) out["neverSelectedSince"] = formatISO8601(*tab.neverSelectedSince);
-  if (tab.lastVisitAt) out["lastVisitAt"] = formatISO8601(*tab.lastVisitAt);
-  return out;
-}
-
-template <class T>
-void encodeOptional(Json& out, const char* key, const std::optional<T>& value) {
-  if (value) out[key] = *value;
-}
-
-Json encoded(const Preferences& prefs) {
-  Json out = Json::object();
-  out["idleHours"] = prefs.idleHours;
-  out["autoClose"] = prefs.autoClose;
-  encodeOptional(out, "tabLimit", prefs.tabLimit);
-  encodeOptional(out, "automaticTabLimit", prefs.automaticTabLimit);
-  Json browsers = Json::array();
-  for (Browser browser : kAllBrowsers) {
-    if (prefs.connectedBrowsers.contains(browser)) browsers.push_back(rawValue(browser));
-  }
-  out["connectedBrowsers"] = std::move(browsers);
-  out["exclusions"] = prefs.exclusions;
-  out["flaURL"] = prefs.flaURL;
-  encodeOptional(out, "websiteIcons", prefs.websiteIcons);
-  encodeOptional(out, "veltoActivity", prefs.veltoActivity);
-  encodeOptional(out, "compactActivity", prefs.compactActivity);
-  encodeOptional(out, "confirmTuckAway", prefs.confirmTuckAway);
-  encodeOptional(out, "memoryAlerts", prefs.memoryAlerts);
-  encodeOptional(out, "protectedTabs", prefs.protectedTabs);
-  encodeOptional(out, "browserHistory", prefs.browserHistory);
-  return out;
-}
-
-Json encoded(const ClientGrant& grant) {
-  Json out = Json::object();
-  out["id"] = grant.id.text();
-  out["name"] = grant.name;
-  out["tokenHash"] = grant.tokenHash;
-  out["allowReopen"] = grant.allowReopen;
-  out["createdAt"] = formatISO8601(grant.createdAt);
-  return out;
-}
-
-template <class T>
-Json encodedList(const std::vector<T>& items) {
-  Json out = Json::array();
-  out.get_ref<Json::array_t&>().reserve(items.size());
-  for (const T& item : items) out.push_back(encoded(item));
-  return out;
-}
-
-}  // namespace
-
-std::string encodeLibrary(const LibraryState& state) {
-  Json root = Json::object();
-  root["version"] = state.version;
-  root["tabs"] = encodedList(state.tabs);
-  root["liveTabs"] = encodedList(state.liveTabs);
-  if (state.liveUpdatedAt) root["liveUpdatedAt"] = formatISO8601(*state.liveUpdatedAt);
-  root["preferences"] = encoded(state.preferences);
-  root["clients"] = encodedList(state.clients);
-  // nlohmann keeps object keys in a std::map, so they come out sorted, and it never
-  // escapes "/".
-  return root.dump(2, ' ', false, Json::error_handler_t::replace);
 }
 
 }  // namespace velto
