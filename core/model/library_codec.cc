@@ -1,13 +1,13 @@
 #include "core/model/library_codec.h"
 
 #include <fcntl.h>
-#include <simdjson.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <bit>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <cstring>
 #include <optional>
@@ -15,19 +15,13 @@
 #include <system_error>
 #include <type_traits>
 
+#include "core/model/library_json.h"
+
 namespace velto {
 
 namespace {
 
-namespace od = simdjson::ondemand;
-using simdjson::error_code;
-
-// Containers nest at most as deep as simdjson's DOM parser allows, so a document fails for
-// depth alike whichever way it is read. On-Demand counts the document itself as a level
-// and must stay below its parser's limit (optimised builds assume so rather than check),
-// hence two levels more for the parser.
-constexpr size_t kMaxDepth = simdjson::DEFAULT_MAX_DEPTH;
-constexpr size_t kParserDepth = kMaxDepth + 2;
+using namespace LibraryJSON;  // od, error_code and the strict reads
 
 // Where a value sits in the document. It lives on the stack while its value is decoded
 // and is spelt out only when something is wrong, so a good document never pays for it.
@@ -80,156 +74,6 @@ Error parseFailure(error_code code) {
     default:
       return damaged("the document", "is not valid JSON");
   }
-}
-
-bool isJSONSpace(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
-
-// The text of a string value. Most strings have no escapes: their text is then the bytes
-// between the quotes, used where they lie, which spares a copy through the parser's
-// string buffer and keeps that buffer's pages untouched. Only escaped strings are
-// unescaped (and their escapes checked). UTF-8 and control characters were checked for
-// the whole document before any value is read.
-error_code textOf(od::value& value, std::string_view& out) {
-  // The token runs from the opening quote to the next token, whitespace included.
-  const std::string_view token = value.raw_json_token();
-  size_t end = token.size();
-  while (end > 0 && isJSONSpace(token[end - 1])) --end;
-  if (end >= 2 && token.front() == '"' && token[end - 1] == '"') {
-    const std::string_view inner = token.substr(1, end - 2);
-    if (std::memchr(inner.data(), '\\', inner.size()) == nullptr) {
-      od::raw_json_string consumed;
-      if (const error_code code = value.get_raw_json_string().get(consumed)) return code;
-      out = inner;
-      return simdjson::SUCCESS;
-    }
-  }
-  return value.get_string().get(out);
-}
-
-// An object member's key, unescaped only if it has escapes (a file may spell "version"
-// as "ver\u0073ion"). The document is padded and its strings are closed, so the scan
-// stops at the closing quote at the latest.
-error_code keyOf(od::field& field, std::string_view& out) {
-  const char* start = field.key().raw();
-  const char* end = start;
-  while (*end != '"' && *end != '\\') ++end;
-  if (*end == '"') {
-    out = std::string_view(start, static_cast<size_t>(end - start));
-    return simdjson::SUCCESS;
-  }
-  return field.unescaped_key().get(out);
-}
-
-error_code checkValue(od::value& value, size_t depth);
-
-// The members of an object (or elements of an array) that `depth` containers, itself
-// included, enclose. Like the DOM parser, only a container with something in it counts
-// against the depth limit; refusing it before its first member also keeps On-Demand
-// within the depth its parser was sized for.
-error_code checkMembers(od::object& object, size_t depth) {
-  for (auto member : object) {
-    if (depth >= kMaxDepth) return simdjson::DEPTH_ERROR;
-    std::string_view key;
-    if (const error_code code = member.error()) return code;
-    if (const error_code code = keyOf(member.value_unsafe(), key)) return code;
-    if (const error_code code = checkValue(member.value_unsafe().value(), depth)) return code;
-  }
-  return simdjson::SUCCESS;
-}
-
-error_code checkElements(od::array& array, size_t depth) {
-  for (auto item : array) {
-    if (depth >= kMaxDepth) return simdjson::DEPTH_ERROR;
-    if (const error_code code = item.error()) return code;
-    if (const error_code code = checkValue(item.value_unsafe(), depth)) return code;
-  }
-  return simdjson::SUCCESS;
-}
-
-// On-Demand reads only what it is asked for, so values that no record uses are walked
-// here: malformed JSON anywhere fails the document, as a full parse would. `depth`
-// counts the containers around `value`.
-error_code checkValue(od::value& value, size_t depth) {
-  od::json_type type;
-  if (const error_code code = value.type().get(type)) return code;
-  switch (type) {
-    case od::json_type::object: {
-      od::object object;
-      if (const error_code code = value.get_object().get(object)) return code;
-      return checkMembers(object, depth + 1);
-    }
-    case od::json_type::array: {
-      od::array array;
-      if (const error_code code = value.get_array().get(array)) return code;
-      return checkElements(array, depth + 1);
-    }
-    case od::json_type::string: {
-      std::string_view text;
-      return textOf(value, text);
-    }
-    case od::json_type::number:
-      return value.get_number().error();
-    case od::json_type::boolean:
-      return value.get_bool().error();
-    case od::json_type::null: {
-      bool isNull = false;
-      if (const error_code code = value.is_null().get(isNull)) return code;
-      return isNull ? simdjson::SUCCESS : simdjson::N_ATOM_ERROR;
-    }
-  }
-  return simdjson::TAPE_ERROR;
-}
-
-// Whether only whitespace follows what has been read of the document.
-bool atEnd(od::document& document) {
-  const char* location = nullptr;
-  return document.current_location().get(location) == simdjson::OUT_OF_BOUNDS;
-}
-
-// A document that is a lone scalar, whose bytes end at `end`.
-error_code checkScalar(od::document& document, od::json_type type, const char* end) {
-  std::string_view token;
-  if (const error_code code = document.raw_json_token().get(token)) return code;
-  const char* after = token.data() + token.size();
-  while (after != end && isJSONSpace(*after)) ++after;
-  if (after != end) return simdjson::TAPE_ERROR;
-  switch (type) {
-    case od::json_type::string:
-      return document.get_string().error();
-    case od::json_type::number:
-      return document.get_number().error();
-    default: {
-      // Atoms are compared by hand: this simdjson's tests for a document that is only
-      // an atom accept "falsek" and refuse "null " with its trailing space.
-      std::string_view atom = token;
-      while (!atom.empty() && isJSONSpace(atom.back())) atom.remove_suffix(1);
-      const bool valid =
-          type == od::json_type::null ? atom == "null" : atom == "true" || atom == "false";
-      return valid ? simdjson::SUCCESS : simdjson::T_ATOM_ERROR;
-    }
-  }
-}
-
-// The whole document checked as JSON, whatever its shape; its bytes end at `end`. The
-// root container is opened through the document (not as a value), so that the checks
-// On-Demand makes only on a root container run.
-error_code checkDocument(od::document& document, const char* end) {
-  od::json_type type;
-  if (const error_code code = document.type().get(type)) return code;
-  error_code code = simdjson::SUCCESS;
-  if (type == od::json_type::object) {
-    od::object object;
-    code = document.get_object().get(object);
-    if (!code) code = checkMembers(object, 1);
-  } else if (type == od::json_type::array) {
-    od::array array;
-    code = document.get_array().get(array);
-    if (!code) code = checkElements(array, 1);
-  } else {
-    return checkScalar(document, type, end);
-  }
-  if (code) return code;
-  return atEnd(document) ? simdjson::SUCCESS : simdjson::TAPE_ERROR;
 }
 
 // Position of `key` in `keys`. In a constant expression a name that is not in the
@@ -305,18 +149,19 @@ class Reader {
   }
 
   bool read(od::value& value, const Path& at, int64_t& out) {
-    // Parsed as the DOM parser would (get_int64 and get_double refuse some numbers it
-    // takes, such as 1e0000000000000000000000), then judged by the type it gives.
+    if (value.get_int64().get(out) == simdjson::SUCCESS) return true;
+    // Decoders that read every number as a double accept 1.0 and 1e3 for an integer
+    // field but not 1.5; files written by them must keep loading. get_number accepts and
+    // types numbers as the DOM parser does, but this simdjson loses the value of one
+    // with more than 19 digits (and get_double refuses 1e0000000000000000000000), so
+    // the value is read from the text. A number too small for a double reads as zero
+    // (from_chars leaves `real` alone), as in the DOM parser.
+    const std::string_view token = value.raw_json_token();
     od::number number;
-    if (value.get_number().get(number) == simdjson::SUCCESS) {
-      if (number.is_int64()) {
-        out = number.get_int64();
-        return true;
-      }
-      // Decoders that read every number as a double accept 1.0 and 1e3 for an integer
-      // field but not 1.5; files written by them must keep loading.
-      const double real = number.is_double() ? number.get_double() : 0;
-      if (number.is_double() && real >= -0x1p63 && real < 0x1p63 && std::trunc(real) == real) {
+    if (value.get_number().get(number) == simdjson::SUCCESS && number.is_double()) {
+      double real = 0;
+      std::from_chars(token.data(), token.data() + token.size(), real);
+      if (real >= -0x1p63 && real < 0x1p63 && std::trunc(real) == real) {
         out = static_cast<int64_t>(real);
         return true;
       }
