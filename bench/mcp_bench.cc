@@ -40,6 +40,13 @@ double median(std::vector<double> values) {
   return values.empty() ? 0 : values[values.size() / 2];
 }
 
+// The server under test: the one built beside this benchmark, or another build named by
+// VELTO_MCP_BINARY (to compare two builds on the same machine).
+const char* binary() {
+  const char* other = std::getenv("VELTO_MCP_BINARY");
+  return other && *other ? other : VELTO_MCP_BINARY;
+}
+
 // One VeltoMCP process with pipes to its stdin and stdout.
 class Server {
  public:
@@ -54,9 +61,8 @@ class Server {
     for (const std::string& variable : environment)
       envp.push_back(const_cast<char*>(variable.c_str()));
     envp.push_back(nullptr);
-    char* argv[] = {const_cast<char*>(VELTO_MCP_BINARY), nullptr};
-    if (::posix_spawn(&pid_, VELTO_MCP_BINARY, &actions, nullptr, argv, envp.data()) != 0)
-      std::abort();
+    char* argv[] = {const_cast<char*>(binary()), nullptr};
+    if (::posix_spawn(&pid_, binary(), &actions, nullptr, argv, envp.data()) != 0) std::abort();
     posix_spawn_file_actions_destroy(&actions);
     ::close(in[0]);
     ::close(out[1]);

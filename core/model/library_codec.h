@@ -12,16 +12,21 @@ namespace velto {
 
 // Reusable decoding state: keeps the file buffer and the JSON parser (with its
 // allocations) alive between documents, so a process that reads the library on every
-// request does not fault in fresh memory each time. Not thread-safe; one per thread.
+// request does not fault in fresh memory each time. Besides the file's bytes it holds
+// only an index of the document (four bytes per JSON token): strings go from the bytes
+// straight into the records. Not thread-safe; one per thread.
 //
 // Decoding is strict: a missing required key, a value of the wrong type, an unknown
 // browser, pin state or archive state, a date not exactly like 2026-01-31T08:15:00Z, a
-// malformed UUID, malformed JSON or a top level that is not an object fails the whole
+// malformed UUID, malformed JSON anywhere (under unknown keys too; checked as strictly as
+// by simdjson's DOM parser) or a top level that is not an object fails the whole
 // document with an Error of Domain::decoding whose message names the key path, e.g.
 //   The library file is damaged: "tabs[3].savedAt" is not a date like 2026-01-31T08:15:00Z.
+// Malformed JSON is reported as such (no key path), wherever a value of the wrong form is.
 // Whole numbers may be written with a zero fraction or an exponent (1.0, 1e3) as long
 // as the value is whole and fits in 64 bits. Unknown keys are ignored; a null or
-// missing optional is absent; repeated connected browsers collapse. "version" must be
+// missing optional is absent; of a key repeated in one object the last counts (each
+// must be valid); repeated connected browsers collapse. "version" must be
 // a number, but which versions are acceptable is the store's decision.
 class LibraryDecoder {
  public:
