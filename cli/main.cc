@@ -1,6 +1,6 @@
 // velto: manages the clients allowed to use VeltoMCP, and shows the library's status and
 // the suggestions for its last snapshot, for people who run the server without the
-// desktop app. Wiring only: the commands live in cli/commands.cc.
+// desktop app. Wiring only: the commands live in cli/commands.cc and the *_command.cc files.
 
 #include <iostream>
 #include <string>
