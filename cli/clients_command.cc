@@ -100,22 +100,25 @@ int addClient(CommandContext& c, Args args) {
   if (splitAtWhitespace(name).empty()) return usage(c, "the client name is empty", "clients add");
   if (!isValidUTF8(name)) return usage(c, "the client name is not valid UTF-8", "clients add");
 
-  auto library = openLibrary(c);
-  if (!library) return kExitFailure;
+  const auto store = libraryStore(c);
+  if (!store) return kExitFailure;
   Result<std::string> token = ClientAuthorization::newToken();
   if (!token.ok()) return fail(c, kExitFailure, token.error().message);
   const std::optional<Uuid> id = Uuid::random();
   if (!id) return fail(c, kExitFailure, VeltoError::secureKeyUnavailable().message);
   const ClientGrant grant{*id, name, ClientAuthorization::hash(*token), a.has("--allow-reopen"),
                           c.clock()};
-  library->state.clients.push_back(grant);
-  if (const int saved = save(c, *library); saved != kExitSuccess) return saved;
+  const int added = changeLibrary(c, *store, [&](LibraryState& state) {
+    state.clients.push_back(grant);
+    return true;
+  });
+  if (added != kExitSuccess) return added;
 
-  const Json config = {{"mcpServers",
-                        {{"velto",
-                          {{"command", serverCommand(c)},
-                           {"env", serverEnvironment(c, library->store, grant, *token)}}}}}};
-  c.out << "Added client \"" << cell(name) << "\" to " << library->store.fileURL().string()
+  const Json config = {
+      {"mcpServers",
+       {{"velto",
+         {{"command", serverCommand(c)}, {"env", serverEnvironment(c, *store, grant, *token)}}}}}};
+  c.out << "Added client \"" << cell(name) << "\" to " << store->fileURL().string()
         << ".\nClient id: " << grant.id.text() << "\nToken:     " << *token
         << "\nThe token is shown only this once: the library keeps only its hash.\n"
         << (grant.allowReopen ? "This client may reopen saved tabs.\n"
@@ -124,8 +127,9 @@ int addClient(CommandContext& c, Args args) {
         << config.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
   if (c.out.flush()) return kExitSuccess;
   // Nobody would ever hold this token, so the grant must not stay.
-  library->state.clients.pop_back();
-  save(c, *library);
+  changeLibrary(c, *store, [&](LibraryState& state) {
+    return std::erase_if(state.clients, [&](const ClientGrant& g) { return g.id == grant.id; }) > 0;
+  });
   return fail(c, kExitFailure, "could not write the token, so the client was not added");
 }
 
@@ -148,8 +152,8 @@ int listClients(CommandContext& c, Args args) {
   return kExitSuccess;
 }
 
-// Loads the library, lets `change` edit the grants whose id is `idText`, and saves. The
-// id must parse and name at least one grant.
+// Lets `change` edit the grants whose id is `idText`, under the writers' lock. The id
+// must parse and name at least one grant when the library is reloaded.
 int changeClients(CommandContext& c, const std::string& idText, std::string_view command,
                   const std::function<void(std::vector<ClientGrant>&, const Uuid&)>& change) {
   const auto id = Uuid::parse(idText);
@@ -157,15 +161,19 @@ int changeClients(CommandContext& c, const std::string& idText, std::string_view
     return usage(c, inQuotes(idText) + " is not a client id; ids look like " + Uuid{}.text(),
                  command);
   }
-  auto library = openLibrary(c);
-  if (!library) return kExitFailure;
-  auto& clients = library->state.clients;
-  if (std::none_of(clients.begin(), clients.end(),
-                   [&](const ClientGrant& g) { return g.id == *id; })) {
-    return fail(c, kExitFailure, "there is no client with id " + id->text());
-  }
-  change(clients, *id);
-  return save(c, *library);
+  const auto store = libraryStore(c);
+  if (!store) return kExitFailure;
+  bool found = false;
+  const int status = changeLibrary(c, *store, [&](LibraryState& state) {
+    auto& clients = state.clients;
+    found = std::any_of(clients.begin(), clients.end(),
+                        [&](const ClientGrant& g) { return g.id == *id; });
+    if (found) change(clients, *id);
+    return found;
+  });
+  if (status != kExitSuccess) return status;
+  if (!found) return fail(c, kExitFailure, "there is no client with id " + id->text());
+  return kExitSuccess;
 }
 
 int removeClient(CommandContext& c, Args args) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/model/library_lock.h"
 #include "core/support/text.h"
 
 namespace velto {
@@ -93,13 +94,34 @@ bool Arguments::has(std::string_view flag) const {
   return std::find(flags.begin(), flags.end(), flag) != flags.end();
 }
 
+std::optional<std::string> Arguments::value(std::string_view option) const {
+  std::optional<std::string> found;
+  for (const auto& [name, text] : values) {
+    if (name == option) found = text;
+  }
+  return found;
+}
+
 Arguments parse(CommandContext& c, Args args, const CommandSpec& spec) {
   Arguments parsed;
   bool optionsEnded = false;
   std::string unknown;
-  for (const std::string& arg : args) {
+  const auto valued = [&](std::string_view name) {
+    return std::find(spec.valued.begin(), spec.valued.end(), name) != spec.valued.end();
+  };
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
+    const size_t equals = arg.find('=');
     if (optionsEnded || arg.size() < 2 || arg[0] != '-') {
       parsed.positional.push_back(arg);
+    } else if (valued(arg)) {
+      if (i + 1 == args.size()) {
+        parsed.exit = usage(c, "give " + arg + " a value", spec.name);
+        return parsed;
+      }
+      parsed.values.emplace_back(arg, args[++i]);
+    } else if (equals != std::string::npos && valued(std::string_view(arg).substr(0, equals))) {
+      parsed.values.emplace_back(arg.substr(0, equals), arg.substr(equals + 1));
     } else if (arg == "--") {
       optionsEnded = true;
     } else if (arg == "--help" || arg == "-h") {
@@ -119,12 +141,18 @@ Arguments parse(CommandContext& c, Args args, const CommandSpec& spec) {
   return parsed;
 }
 
-std::optional<Library> openLibrary(CommandContext& c) {
+std::optional<LibraryStore> libraryStore(CommandContext& c) {
   Result<LibraryStore> store = LibraryStore::atDefaultLocation(c.env);
   if (!store.ok()) {
     fail(c, kExitFailure, store.error().message);
     return std::nullopt;
   }
+  return std::move(*store);
+}
+
+std::optional<Library> openLibrary(CommandContext& c) {
+  std::optional<LibraryStore> store = libraryStore(c);
+  if (!store) return std::nullopt;
   Result<LibraryState> state = store->load();
   if (!state.ok()) {
     fail(c, kExitFailure, state.error().message);
@@ -133,9 +161,10 @@ std::optional<Library> openLibrary(CommandContext& c) {
   return Library{std::move(*store), std::move(*state)};
 }
 
-int save(CommandContext& c, const Library& library) {
-  if (const Result<void> saved = library.store.save(library.state); !saved.ok()) {
-    return fail(c, kExitFailure, saved.error().message);
+int changeLibrary(CommandContext& c, const LibraryStore& store,
+                  const std::function<bool(LibraryState&)>& change) {
+  if (const Result<void> changed = updateLibrary(store, change); !changed.ok()) {
+    return fail(c, kExitFailure, changed.error().message);
   }
   return kExitSuccess;
 }

@@ -3,12 +3,14 @@
 // What the command groups share: argument parsing, failure reporting, table and cell
 // formatting, and opening the library.
 
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <ostream>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "cli/commands.h"
@@ -59,6 +61,8 @@ struct CommandSpec {
   size_t positional;        // how many words it takes besides options
   std::string_view misuse;  // said when that number is wrong
   std::initializer_list<std::string_view> flags = {};
+  // Options that take a value, as "--name VALUE" or "--name=VALUE".
+  std::initializer_list<std::string_view> valued = {};
 };
 
 // A command's arguments. `exit` is set when the command is already done: --help (given
@@ -67,9 +71,11 @@ struct CommandSpec {
 struct Arguments {
   std::vector<std::string> positional;
   std::vector<std::string> flags;
+  std::vector<std::pair<std::string, std::string>> values;  // the last one given counts
   std::optional<int> exit;
 
   bool has(std::string_view flag) const;
+  std::optional<std::string> value(std::string_view option) const;
 };
 
 Arguments parse(CommandContext& c, Args args, const CommandSpec& spec);
@@ -81,15 +87,25 @@ struct Library {
   LibraryState state;
 };
 
+// The store of the library at its default location, or absent after reporting why there
+// is none.
+std::optional<LibraryStore> libraryStore(CommandContext& c);
+
 // The library as stored now, or absent after reporting why it cannot be had.
 std::optional<Library> openLibrary(CommandContext& c);
 
-int save(CommandContext& c, const Library& library);
+// Changes the library under the writers' lock (updateLibrary): reloads it, lets `change`
+// edit it and saves it, unless `change` returns false. kExitSuccess, or kExitFailure
+// after reporting why; a library that cannot be read is never overwritten.
+int changeLibrary(CommandContext& c, const LibraryStore& store,
+                  const std::function<bool(LibraryState&)>& change);
 
 // ---- the command groups, each in its own file
 
+int browsersCommand(CommandContext& c, Args args);
 int clientsCommand(CommandContext& c, Args args);
 int statusCommand(CommandContext& c, Args args);
 int suggestCommand(CommandContext& c, Args args);
+int watchCommand(CommandContext& c, Args args);
 
 }  // namespace velto

@@ -5,9 +5,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <system_error>
 
 #include "core/model/velto_error.h"
+#include "core/support/private_folder.h"
 
 namespace velto {
 
@@ -17,30 +19,6 @@ namespace {
 
 constexpr mode_t kDirectoryMode = 0700;
 constexpr mode_t kFileMode = 0600;
-
-Error failure(std::string_view action, const fs::path& path, int error) {
-  return fileError("Could not " + std::string(action) + " \"" + path.string() +
-                   "\": " + std::generic_category().message(error) + ".");
-}
-
-// mkdir -p, with every folder it creates private to the user.
-Result<void> createDirectories(const fs::path& directory) {
-  struct stat status {};
-  if (::stat(directory.c_str(), &status) == 0) {
-    if (S_ISDIR(status.st_mode)) return {};
-    return failure("create the folder", directory, ENOTDIR);
-  }
-  const fs::path parent = directory.parent_path();
-  if (!parent.empty() && parent != directory) {
-    if (auto created = createDirectories(parent); !created.ok()) return created;
-  }
-  // EEXIST: someone else made it in the meantime, or the path ends in a separator and
-  // its parent was the folder itself.
-  if (::mkdir(directory.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
-    return failure("create the folder", directory, errno);
-  }
-  return {};
-}
 
 bool writeAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
@@ -54,15 +32,25 @@ bool writeAll(int fd, std::string_view bytes) {
   return true;
 }
 
-// Makes the rename itself durable, not only the file's contents.
-bool syncDirectory(const fs::path& directory) {
-  const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool synced = ::fsync(fd) == 0;
-  const int error = errno;
-  ::close(fd);
-  errno = error;
-  return synced;
+// A temporary file older than this was left by a writer that crashed before its rename:
+// a save in progress takes milliseconds.
+constexpr auto kStaleTemporaryAge = std::chrono::minutes(1);
+
+// Removes the temporary files that crashed saves left beside the library. Only regular
+// files named like ours; never the writers' lock file. Best effort: a file that cannot be
+// removed now is tried again on the next save.
+void removeStaleTemporaries(const fs::path& directory) {
+  std::error_code error;
+  const auto cutoff = fs::file_time_type::clock::now() - kStaleTemporaryAge;
+  for (fs::directory_iterator it(directory, error), end; !error && it != end; it.increment(error)) {
+    const std::string name = it->path().filename().string();
+    if (!name.starts_with(kLibraryTemporaryPrefix) || name == kLibraryLockFileName) continue;
+    std::error_code ignored;
+    if (!it->is_symlink(ignored) && it->is_regular_file(ignored) &&
+        it->last_write_time(ignored) < cutoff) {
+      fs::remove(it->path(), ignored);
+    }
+  }
 }
 
 }  // namespace
@@ -105,22 +93,23 @@ Result<void> LibraryStore::loadInto(LibraryDecoder& decoder, LibraryState& state
 }
 
 Result<void> LibraryStore::save(const LibraryState& state) const {
-  if (auto created = createDirectories(directory_); !created.ok()) return created;
+  if (auto created = createPrivateFolder(directory_); !created.ok()) return created;
   if (::chmod(directory_.c_str(), kDirectoryMode) != 0) {
-    return failure("restrict the folder", directory_, errno);
+    return fileFailure("restrict the folder", directory_, errno);
   }
+  removeStaleTemporaries(directory_);
   const std::string bytes = encodeLibrary(state);
   const fs::path target = fileURL();
 
   // The new document goes to a fresh file beside the old one and replaces it with one
   // rename, so a reader never sees a partial document and a failure leaves the old one.
-  std::string temporary = (directory_ / ".library.json.XXXXXX").string();
+  std::string temporary = (directory_ / (std::string(kLibraryTemporaryPrefix) + "XXXXXX")).string();
   const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);  // O_EXCL, mode 0600
-  if (fd < 0) return failure("save the library file", target, errno);
+  if (fd < 0) return fileFailure("save the library file", target, errno);
   // Every failure from here on removes the temporary file and leaves the old one.
   const auto abandon = [&](int error) {
     ::unlink(temporary.c_str());
-    return failure("save the library file", target, error);
+    return fileFailure("save the library file", target, error);
   };
   // fchmod before the rename: the file must never be visible with looser permissions,
   // whatever the umask or the mode of the file it replaces.
@@ -131,7 +120,7 @@ Result<void> LibraryStore::save(const LibraryState& state) const {
   }
   if (::close(fd) != 0) return abandon(errno);
   if (::rename(temporary.c_str(), target.c_str()) != 0) return abandon(errno);
-  if (!syncDirectory(directory_)) return failure("save the library file", target, errno);
+  if (!syncFolder(directory_)) return fileFailure("save the library file", target, errno);
   return {};
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string_view>
 
 #include "core/model/library_codec.h"
 #include "core/model/records.h"
@@ -9,13 +10,19 @@
 
 namespace velto {
 
+// The other files kept beside library.json: the temporary files of saves in progress
+// (this prefix and six random characters) and the writers' lock file (LibraryLock).
+inline constexpr std::string_view kLibraryTemporaryPrefix = ".library.json.";
+inline constexpr std::string_view kLibraryLockFileName = ".library.json.lock";
+
 // Finds, reads and writes library.json. A plain value holding only the folder: nothing
 // is cached and nothing touches the disk until load or save, so every load sees the file
 // as it is now. The desktop app writes the file; the server only reads it.
 //
 // The folder is kept at mode 0700 and the file at 0600, and a save replaces the file
 // atomically: a reader, in this process or another, sees the old document or the new
-// one, never a mix. Two concurrent writers are not coordinated; the last one wins.
+// one, never a mix. Two concurrent writers are not coordinated here; the last one wins
+// (writers that must not lose each other's changes go through updateLibrary).
 class LibraryStore {
  public:
   explicit LibraryStore(std::filesystem::path directory);
@@ -41,9 +48,11 @@ class LibraryStore {
   // On failure `state` must not be used.
   Result<void> loadInto(LibraryDecoder& decoder, LibraryState& state) const;
 
-  // Creates the folder if needed, tightens it to 0700, then atomically replaces the file
-  // with the encoded state at mode 0600 and flushes it to disk. On failure (Domain::file)
-  // the previous file is left exactly as it was and no temporary file remains.
+  // Creates the folder if needed (createPrivateFolder), tightens it to 0700, then
+  // atomically replaces the file with the encoded state at mode 0600 and flushes it to
+  // disk. On failure (Domain::file) the previous file is left exactly as it was and no
+  // temporary file remains. Temporary files that a crashed save left behind (older than
+  // a minute) are removed on the way.
   Result<void> save(const LibraryState& state) const;
 
  private:
