@@ -10,7 +10,8 @@ namespace {
 
 constexpr std::string_view kHelp = R"(Usage: velto <command> [arguments]
 
-Manages the clients allowed to use VeltoMCP, and shows what the Velto library holds.
+Manages the clients allowed to use VeltoMCP and the browsers Velto watches, and shows
+what the Velto library holds.
 
 Commands:
   clients add NAME [--allow-reopen]  allow a new MCP client; prints its id, its token
@@ -18,6 +19,9 @@ Commands:
   clients list                       the allowed clients
   clients remove ID                  withdraw a client's access
   clients reopen ID on|off           let a client reopen saved tabs, or stop it
+  browsers list                      the browsers, and which are connected
+  browsers connect BROWSER           watch a browser: safari, chrome, brave or edge
+  browsers disconnect BROWSER        stop watching it
   status                             where the library is and what it holds
   suggest [--json]                   open tabs worth closing, from the last snapshot
 
@@ -35,6 +39,7 @@ int runCommand(const std::vector<std::string>& argv, CommandContext& c) {
   if (args.empty()) return usage(c, "no command given", "");
   const std::string& command = args[0];
   if (command == "--help" || command == "-h" || command == "help") return help(c, kHelp);
+  if (command == "browsers") return browsersCommand(c, args.subspan(1));
   if (command == "clients") return clientsCommand(c, args.subspan(1));
   if (command == "status") return statusCommand(c, args.subspan(1));
   if (command == "suggest") return suggestCommand(c, args.subspan(1));

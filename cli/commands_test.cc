@@ -138,14 +138,28 @@ TEST_F(CommandsTest, ConfigurationNamesTheServerBesideTheCommandAndTheLibraryFol
 TEST_F(CommandsTest, BadCommandLinesFailWithOneLineAndChangeNothing) {
   const std::string id = add().first;
   const std::string before = readFile(store().fileURL());
-  for (const Args& args :
-       {Args{}, Args{"frobnicate"}, Args{"clients"}, Args{"clients", "rename"},
-        Args{"clients", "add"}, Args{"clients", "add", " \t"},
-        Args{"clients", "add", "two", "names"}, Args{"clients", "add", "bad\xff"},
-        Args{"clients", "add", "x", "--allow-everything"}, Args{"clients", "list", "extra"},
-        Args{"clients", "remove", "not-a-uuid"}, Args{"clients", "remove", id + "0"},
-        Args{"clients", "reopen", id}, Args{"clients", "reopen", id, "yes"}, Args{"status", "now"},
-        Args{"suggest", "--xml"}}) {
+  for (const Args& args : {Args{},
+                           Args{"frobnicate"},
+                           Args{"clients"},
+                           Args{"clients", "rename"},
+                           Args{"clients", "add"},
+                           Args{"clients", "add", " \t"},
+                           Args{"clients", "add", "two", "names"},
+                           Args{"clients", "add", "bad\xff"},
+                           Args{"clients", "add", "x", "--allow-everything"},
+                           Args{"clients", "list", "extra"},
+                           Args{"clients", "remove", "not-a-uuid"},
+                           Args{"clients", "remove", id + "0"},
+                           Args{"clients", "reopen", id},
+                           Args{"clients", "reopen", id, "yes"},
+                           Args{"status", "now"},
+                           Args{"suggest", "--xml"},
+                           Args{"browsers"},
+                           Args{"browsers", "add", "chrome"},
+                           Args{"browsers", "connect"},
+                           Args{"browsers", "connect", "firefox"},
+                           Args{"browsers", "disconnect", "chrome", "edge"},
+                           Args{"browsers", "list", "all"}}) {
     const std::string line = ::testing::PrintToString(args);
     EXPECT_EQ(run(args), kExitUsage) << line;
     EXPECT_EQ(out_.str(), "") << line;
@@ -162,7 +176,8 @@ TEST_F(CommandsTest, UnreadableLibraryIsReportedAndNeverOverwritten) {
     fs::create_directories(store().directory());
     std::ofstream(store().fileURL(), std::ios::binary | std::ios::trunc) << bytes;
     for (const Args& args : {Args{"clients", "add", "x"}, Args{"clients", "list"}, Args{"status"},
-                             Args{"suggest"}, Args{"clients", "reopen", kNoSuchID, "on"}}) {
+                             Args{"suggest"}, Args{"clients", "reopen", kNoSuchID, "on"},
+                             Args{"browsers", "connect", "chrome"}, Args{"browsers", "list"}}) {
       EXPECT_EQ(run(args), kExitFailure) << bytes << " " << args[0];
       EXPECT_THAT(err_.str(), StartsWith("velto: ")) << bytes;
     }
@@ -186,7 +201,9 @@ TEST_F(CommandsTest, EveryCommandHasHelpAndHelpTouchesNothing) {
   for (const Args& args :
        {Args{"--help"}, Args{"help"}, Args{"clients", "-h"}, Args{"clients", "add", "x", "--help"},
         Args{"clients", "list", "--help"}, Args{"clients", "remove", "--help"},
-        Args{"clients", "reopen", "--help"}, Args{"status", "--help"}, Args{"suggest", "--help"}}) {
+        Args{"clients", "reopen", "--help"}, Args{"status", "--help"}, Args{"suggest", "--help"},
+        Args{"browsers", "--help"}, Args{"browsers", "list", "--help"},
+        Args{"browsers", "connect", "chrome", "--help"}, Args{"browsers", "disconnect", "-h"}}) {
     EXPECT_EQ(run(args), kExitSuccess) << args.back();
     EXPECT_THAT(out_.str(), StartsWith("Usage: velto")) << args.back();
     EXPECT_EQ(err_.str(), "");
@@ -194,10 +211,41 @@ TEST_F(CommandsTest, EveryCommandHasHelpAndHelpTouchesNothing) {
   EXPECT_FALSE(fs::exists(store().directory()));
 }
 
+TEST_F(CommandsTest, BrowsersAreConnectedAndDisconnectedInTheLibrary) {
+  EXPECT_EQ(run({"browsers", "connect", "Chrome"}), kExitSuccess);
+  EXPECT_EQ(out_.str(), "Connected Chrome: \"velto watch\" reads its open tabs while it runs.\n");
+  EXPECT_EQ(run({"browsers", "connect", "brave"}), kExitSuccess);
+  EXPECT_EQ(run({"browsers", "connect", "brave"}), kExitSuccess);
+  EXPECT_EQ(out_.str(), "Brave is already connected.\n");
+  EXPECT_EQ(library().preferences.connectedBrowsers, (BrowserSet{Browser::chrome, Browser::brave}));
+  EXPECT_EQ(run({"status"}), kExitSuccess);
+  EXPECT_THAT(out_.str(), ::testing::ContainsRegex("Browsers: +Chrome, Brave\n"));
+  EXPECT_EQ(run({"browsers", "list"}), kExitSuccess);
+  EXPECT_THAT(out_.str(), StartsWith("BROWSER  CONNECTED  INSTALLED  RUNNING\nsafari   no "));
+  EXPECT_THAT(out_.str(), HasSubstr("\nchrome   yes "));
+
+  // Disconnecting also takes the browser's tabs out of the open-tab snapshot.
+  LibraryState state = library();
+  for (Browser browser : {Browser::chrome, Browser::brave}) {
+    state.liveTabs.emplace_back().browser = browser;
+  }
+  ASSERT_TRUE(store().save(state).ok());
+  EXPECT_EQ(run({"browsers", "disconnect", "chrome"}), kExitSuccess);
+  EXPECT_EQ(out_.str(), "Disconnected Chrome: its open tabs are no longer read.\n");
+  state = library();
+  EXPECT_EQ(state.preferences.connectedBrowsers, BrowserSet{Browser::brave});
+  ASSERT_EQ(state.liveTabs.size(), 1u);
+  EXPECT_EQ(state.liveTabs[0].browser, Browser::brave);
+  EXPECT_EQ(run({"browsers", "disconnect", "edge"}), kExitSuccess);
+  EXPECT_EQ(out_.str(), "Edge was not connected.\n");
+}
+
 TEST_F(CommandsTest, StatusAndSuggestDescribeTheStoredSnapshot) {
   EXPECT_EQ(run({"status"}), kExitSuccess);
   EXPECT_THAT(out_.str(), HasSubstr(store().fileURL().string() + " (not created yet)"));
   EXPECT_THAT(out_.str(), HasSubstr("unknown (no snapshot yet)"));
+  EXPECT_THAT(out_.str(),
+              ::testing::ContainsRegex("Browsers: +none \\(connect one with: velto browsers"));
   EXPECT_FALSE(fs::exists(store().directory()));
 
   // Chrome tabs: two idle ones (the older with a line break in its title) and two copies.

@@ -17,8 +17,9 @@ namespace fs = std::filesystem;
 constexpr std::string_view kStatusHelp = R"(Usage: velto status
 
 Shows where the library is, how many tabs it holds and how many of them are closed,
-how many tabs were open at the last snapshot if that is recent, the number of
-clients, and the system memory pressure where the system reports one.
+how many tabs were open at the last snapshot if that is recent (and how old it is:
+while "velto watch" runs, never more than its interval), the connected browsers, the
+number of clients, and the system memory pressure where the system reports one.
 )";
 
 }  // namespace
@@ -42,11 +43,18 @@ int statusCommand(CommandContext& c, Args args) {
   const bool exists = fs::exists(library->store.fileURL(), error);
   const auto reopeners = std::count_if(state.clients.begin(), state.clients.end(),
                                        [](const ClientGrant& g) { return g.allowReopen; });
+  std::string browsers;
+  for (Browser browser : kAllBrowsers) {
+    if (!state.preferences.connectedBrowsers.contains(browser)) continue;
+    browsers += (browsers.empty() ? "" : ", ") + std::string(displayName(browser));
+  }
+  if (browsers.empty()) browsers = "none (connect one with: velto browsers connect BROWSER)";
   std::vector<std::vector<std::string>> rows{
       {"Library:", library->store.fileURL().string() + (exists ? "" : " (not created yet)")},
       {"Library tabs:", std::to_string(summary.tabs.size())},
       {"Closed tabs:", std::to_string(summary.closedTabs.size())},
       {"Open tabs:", open},
+      {"Browsers:", browsers},
       {"Clients:", std::to_string(state.clients.size()) + " (" + std::to_string(reopeners) +
                        " may reopen tabs)"}};
   if (const auto pressure = currentMemoryPressure()) {
