@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <chrono>
 #include <csignal>
 #include <fstream>
 #include <iterator>
@@ -127,6 +128,27 @@ TEST_F(LibraryStoreTest, FailedSaveLeavesTheOldFileAndNoTemporary) {
   ASSERT_FALSE(refused.ok());
   EXPECT_NE(refused.error().message.find("Not a directory"), std::string::npos);
   EXPECT_EQ(contents(root_ / "plain"), "x");
+}
+
+TEST_F(LibraryStoreTest, SaveRemovesOnlyTemporariesThatACrashLeftBehind) {
+  const LibraryStore store(root_);
+  const auto aged = [&](const std::string& name, std::chrono::seconds age) {
+    write(root_ / name, "x");
+    fs::last_write_time(root_ / name, fs::file_time_type::clock::now() - age);
+  };
+  aged(".library.json.Ab12Cd", std::chrono::seconds(120));  // a crashed save
+  aged(".library.json.Ef34Gh", std::chrono::seconds(5));    // maybe a save in progress
+  aged(".library.json.lock", std::chrono::seconds(120));    // the writers' lock
+  aged("notes.txt", std::chrono::seconds(120));
+  fs::create_directory(root_ / ".library.json.folder");
+  fs::last_write_time(root_ / ".library.json.folder",
+                      fs::file_time_type::clock::now() - std::chrono::seconds(120));
+  ASSERT_TRUE(store.save(LibraryState{}).ok());
+  EXPECT_FALSE(fs::exists(root_ / ".library.json.Ab12Cd"));
+  for (const char* kept : {".library.json.Ef34Gh", ".library.json.lock", "notes.txt",
+                           ".library.json.folder", "library.json"}) {
+    EXPECT_TRUE(fs::exists(root_ / kept)) << kept;
+  }
 }
 
 }  // namespace
