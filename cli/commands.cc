@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::string_view kHelp = R"(Usage: velto <command> [arguments]
 
-Manages the clients allowed to use VeltoMCP and the browsers Velto watches, and shows
-what the Velto library holds.
+Manages the clients allowed to use VeltoMCP and the browsers Velto watches, keeps the
+open tabs in the Velto library, and shows what the library holds.
 
 Commands:
   clients add NAME [--allow-reopen]  allow a new MCP client; prints its id, its token
@@ -22,6 +22,9 @@ Commands:
   browsers list                      the browsers, and which are connected
   browsers connect BROWSER           watch a browser: safari, chrome, brave or edge
   browsers disconnect BROWSER        stop watching it
+  watch [--interval SECONDS] [--once]
+                                     keep the library's open and closed tabs up to
+                                     date, as the Velto app does
   status                             where the library is and what it holds
   suggest [--json]                   open tabs worth closing, from the last snapshot
 
@@ -43,6 +46,7 @@ int runCommand(const std::vector<std::string>& argv, CommandContext& c) {
   if (command == "clients") return clientsCommand(c, args.subspan(1));
   if (command == "status") return statusCommand(c, args.subspan(1));
   if (command == "suggest") return suggestCommand(c, args.subspan(1));
+  if (command == "watch") return watchCommand(c, args.subspan(1));
   return usage(c, "unknown command " + inQuotes(command), "");
 }
 

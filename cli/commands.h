@@ -32,11 +32,12 @@ inline constexpr int kExitUsage = 2;    // unknown command, bad or missing argum
 // Runs one `velto` command line (`args` without the program name):
 //   clients add NAME [--allow-reopen] | clients list | clients remove ID |
 //   clients reopen ID on|off | browsers list | browsers connect BROWSER |
-//   browsers disconnect BROWSER | status | suggest [--json] | help, and --help on each.
+//   browsers disconnect BROWSER | watch [--interval SECONDS] [--once] | status |
+//   suggest [--json] | help, and --help on each.
 // Changes reach the library only through updateLibrary: under the writers' lock, on the
 // library reloaded just before, saved atomically, and never over a library that cannot
 // be read. A client whose token cannot be written to `out` is withdrawn again. Each
-// failure is one line on `err`.
+// failure is one line on `err`. `watch` without --once runs until SIGINT or SIGTERM.
 int runCommand(const std::vector<std::string>& args, CommandContext& context);
 
 }  // namespace velto
