@@ -32,8 +32,7 @@ std::string cell(std::string_view text, size_t width) {
   return clean.substr(0, cut) + "\u2026";
 }
 
-// Built by appends: g++ 12 warns falsely about a
-// literal joined to a temporary string.
+// Built by appends: g++ 12 warns falsely about a literal joined to a temporary string.
 std::string inQuotes(std::string_view text) {
   std::string out = "\"";
   out += cell(text);

@@ -203,7 +203,8 @@ TEST_F(CommandsTest, EveryCommandHasHelpAndHelpTouchesNothing) {
         Args{"clients", "list", "--help"}, Args{"clients", "remove", "--help"},
         Args{"clients", "reopen", "--help"}, Args{"status", "--help"}, Args{"suggest", "--help"},
         Args{"browsers", "--help"}, Args{"browsers", "list", "--help"},
-        Args{"browsers", "connect", "chrome", "--help"}, Args{"browsers", "disconnect", "-h"}}) {
+        Args{"browsers", "connect", "chrome", "--help"}, Args{"browsers", "disconnect", "-h"},
+        Args{"watch", "--once", "--help"}}) {
     EXPECT_EQ(run(args), kExitSuccess) << args.back();
     EXPECT_THAT(out_.str(), StartsWith("Usage: velto")) << args.back();
     EXPECT_EQ(err_.str(), "");

@@ -2,9 +2,9 @@
 // real server started with the printed configuration, `velto watch` stops cleanly, and
 // writers running at once lose none of each other's changes.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <stdlib.h>
