@@ -27,8 +27,8 @@ constexpr std::string_view kWatchHelp = R"(Usage: velto watch [--interval SECOND
 Does what the Velto app does while it runs. Every SECONDS (30 unless given; from 0.1
 to 60) it reads the open tabs of each connected browser that is running (see "velto
 browsers"), stores them in the library for MCP clients to list, and keeps the tabs
-closed since the last look as closed tabs, for them to search and reopen. Tabs of
-excluded sites and pages that are not http or https are not kept.
+closed since the last look as closed tabs, for them to search and reopen (except
+pages of excluded sites and pages that are not http or https).
 
 It runs until interrupted (Ctrl-C) or sent SIGTERM, and writes nothing while it works;
 a look that fails is one line on standard error, and the next look happens as usual.

@@ -29,14 +29,6 @@ Result<LibraryLock> LibraryLock::acquire(const LibraryStore& store) {
 
 LibraryLock::LibraryLock(LibraryLock&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
 
-LibraryLock& LibraryLock::operator=(LibraryLock&& other) noexcept {
-  if (this != &other) {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = std::exchange(other.fd_, -1);
-  }
-  return *this;
-}
-
 LibraryLock::~LibraryLock() {
   if (fd_ >= 0) ::close(fd_);
 }

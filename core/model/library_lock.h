@@ -21,9 +21,7 @@ class LibraryLock {
   static Result<LibraryLock> acquire(const LibraryStore& store);
 
   LibraryLock(LibraryLock&& other) noexcept;
-  LibraryLock& operator=(LibraryLock&& other) noexcept;
-  LibraryLock(const LibraryLock&) = delete;
-  LibraryLock& operator=(const LibraryLock&) = delete;
+  LibraryLock& operator=(LibraryLock&&) = delete;
   ~LibraryLock();
 
  private:
