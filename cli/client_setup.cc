@@ -171,11 +171,9 @@ ForOption takeForOption(std::span<const std::string> args) {
     }
     if (given) fail("give --for only once");
     given = true;
-    if (const auto client = clientNamed(*value); client && taken.error.empty()) {
-      taken.client = client;
-    } else if (!client) {
-      fail("unknown client \"" + *value + "\" for --for: one of " + names);
-    }
+    const std::optional<Client> client = clientNamed(*value);
+    if (!client) fail("unknown client \"" + *value + "\" for --for: one of " + names);
+    if (taken.error.empty()) taken.client = client;
   }
   return taken;
 }
