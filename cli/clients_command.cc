@@ -6,7 +6,9 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
+#include "cli/client_setup.h"
 #include "cli/command_support.h"
+#include "cli/server_location.h"
 #include "core/mcp/client_authorization.h"
 #include "core/model/velto_error.h"
 #include "core/support/text.h"
@@ -19,7 +21,8 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
-constexpr std::string_view kClientsHelp = R"(Usage: velto clients add NAME [--allow-reopen]
+constexpr std::string_view kClientsHelp =
+    R"(Usage: velto clients add NAME [--allow-reopen] [--for CLIENT]
        velto clients list
        velto clients remove ID
        velto clients reopen ID on|off
@@ -29,12 +32,17 @@ environment variables VELTO_CLIENT_ID and VELTO_CLIENT_TOKEN. The library keeps 
 hash of each token, so a token is shown once, when the client is added.
 )";
 
-constexpr std::string_view kAddHelp = R"(Usage: velto clients add NAME [--allow-reopen]
+constexpr std::string_view kAddHelp =
+    R"(Usage: velto clients add NAME [--allow-reopen] [--for CLIENT]
 
 Allows a new MCP client called NAME and prints its client id, its token and a
-configuration entry ("mcpServers") to paste into the client's settings. The token is
-shown only this once. Without --allow-reopen the client may list and search tabs but
-not reopen them (see "velto clients reopen"). Creates the library if there is none.
+configuration entry to paste into the client's settings. The token is shown only this
+once. Without --allow-reopen the client may list and search tabs but not reopen them
+(see "velto clients reopen"). Creates the library if there is none.
+
+--for CLIENT prints the entry in the form that client reads, and says which file it
+goes in: claude-desktop, cursor, vscode, codex, or generic (the default: an
+"mcpServers" entry, which most clients read).
 )";
 
 constexpr std::string_view kListHelp = R"(Usage: velto clients list
@@ -64,9 +72,7 @@ std::string serverCommand(CommandContext& c) {
     return "VeltoMCP";
   }
   std::error_code error;
-  const fs::path beside = fs::absolute(c.executable->parent_path() / "VeltoMCP", error);
-  fs::path server = fs::weakly_canonical(beside, error);
-  if (error) server = beside;
+  const fs::path server = serverFor(*c.executable);
   if (!fs::is_regular_file(server, error)) {
     warn(c, "there is no VeltoMCP at " + server.string() +
                 "; correct \"command\" before using the configuration");
@@ -93,9 +99,11 @@ Json serverEnvironment(CommandContext& c, const LibraryStore& store, const Clien
 }
 
 int addClient(CommandContext& c, Args args) {
-  const Arguments a =
-      parse(c, args, {"clients add", kAddHelp, 1, "give the client one NAME", {"--allow-reopen"}});
+  const ClientSetup::ForOption target = ClientSetup::takeForOption(args);
+  const Arguments a = parse(
+      c, target.rest, {"clients add", kAddHelp, 1, "give the client one NAME", {"--allow-reopen"}});
   if (a.exit) return *a.exit;
+  if (!target.client) return usage(c, target.error, "clients add");
   const std::string& name = a.positional.front();
   if (splitAtWhitespace(name).empty()) return usage(c, "the client name is empty", "clients add");
   if (!isValidUTF8(name)) return usage(c, "the client name is not valid UTF-8", "clients add");
@@ -114,17 +122,20 @@ int addClient(CommandContext& c, Args args) {
   });
   if (added != kExitSuccess) return added;
 
-  const Json config = {
-      {"mcpServers",
-       {{"velto",
-         {{"command", serverCommand(c)}, {"env", serverEnvironment(c, *store, grant, *token)}}}}}};
+  const Json env = serverEnvironment(c, *store, grant, *token);
+  ClientSetup::Variables variables;
+  for (const auto& item : env.items())
+    variables.emplace_back(item.key(), item.value().get<std::string>());
+  const ClientSetup::Configuration config =
+      ClientSetup::configuration(*target.client, serverCommand(c), variables, c.env);
   c.out << "Added client \"" << cell(name) << "\" to " << store->fileURL().string()
         << ".\nClient id: " << grant.id.text() << "\nToken:     " << *token
         << "\nThe token is shown only this once: the library keeps only its hash.\n"
         << (grant.allowReopen ? "This client may reopen saved tabs.\n"
                               : "This client may list and search tabs but not reopen them.\n")
-        << "\nAdd this to the MCP client's configuration:\n"
-        << config.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+        << '\n'
+        << config.intro << '\n'
+        << config.text;
   if (c.out.flush()) return kExitSuccess;
   // Nobody would ever hold this token, so the grant must not stay.
   changeLibrary(c, *store, [&](LibraryState& state) {

@@ -14,7 +14,8 @@ Manages the clients allowed to use VeltoMCP and the browsers Velto watches, keep
 open tabs in the Velto library, and shows what the library holds.
 
 Commands:
-  clients add NAME [--allow-reopen]  allow a new MCP client; prints its id, its token
+  clients add NAME [--allow-reopen] [--for CLIENT]
+                                     allow a new MCP client; prints its id, its token
                                      (shown only once) and a configuration to paste
   clients list                       the allowed clients
   clients remove ID                  withdraw a client's access
@@ -28,7 +29,8 @@ Commands:
   status                             where the library is and what it holds
   suggest [--json]                   open tabs worth closing, from the last snapshot
 
-Run "velto <command> --help" for more about one command.
+Run "velto <command> --help" for more about one command, "velto --version" for the
+version.
 
 The library is library.json in the Velto folder of the user's application data:
 ~/Library/Application Support/Velto on macOS, $XDG_DATA_HOME/Velto (by default

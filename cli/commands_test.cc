@@ -135,6 +135,20 @@ TEST_F(CommandsTest, ConfigurationNamesTheServerBesideTheCommandAndTheLibraryFol
   EXPECT_TRUE(fs::exists(root_ / "data/Velto/library.json"));
 }
 
+TEST_F(CommandsTest, ForPrintsTheEntryInTheFormOfThatClient) {
+  variables_["XDG_DATA_HOME"] = (root_ / "data").string();
+  add({"--for", "codex"});
+  const std::string text = out_.str();
+  EXPECT_THAT(text, HasSubstr("\n[mcp_servers.velto]\ncommand = \""));
+  EXPECT_THAT(text, HasSubstr("XDG_DATA_HOME = \"" + (root_ / "data").string() + "\"\n"));
+  EXPECT_THAT(text, HasSubstr((root_ / ".codex/config.toml").string()));
+  EXPECT_EQ(library().clients.size(), 0u);  // the default library is not the one written
+  EXPECT_EQ(LibraryStore(root_ / "data/Velto").load()->clients.size(), 1u);
+
+  add({"--for=vscode", "--allow-reopen"});
+  EXPECT_THAT(out_.str(), HasSubstr("\"servers\": {\n    \"velto\": {\n      \"type\": \"stdio\""));
+}
+
 TEST_F(CommandsTest, BadCommandLinesFailWithOneLineAndChangeNothing) {
   const std::string id = add().first;
   const std::string before = readFile(store().fileURL());
@@ -147,6 +161,8 @@ TEST_F(CommandsTest, BadCommandLinesFailWithOneLineAndChangeNothing) {
                            Args{"clients", "add", "two", "names"},
                            Args{"clients", "add", "bad\xff"},
                            Args{"clients", "add", "x", "--allow-everything"},
+                           Args{"clients", "add", "x", "--for"},
+                           Args{"clients", "add", "x", "--for", "emacs"},
                            Args{"clients", "list", "extra"},
                            Args{"clients", "remove", "not-a-uuid"},
                            Args{"clients", "remove", id + "0"},

@@ -12,6 +12,10 @@
 int main(int argc, char** argv) {
   using namespace velto;
   const std::vector<std::string> args(argv + 1, argv + argc);
+  if (args.size() == 1 && args[0] == "--version") {
+    std::cout << "velto " << VELTO_VERSION << '\n';
+    return std::cout.flush() ? kExitSuccess : kExitFailure;
+  }
   CommandContext context{std::cout, std::cerr, processEnvironment(), currentExecutablePath()};
   const int status = runCommand(args, context);
   if (std::cout.flush() || status != kExitSuccess) return status;

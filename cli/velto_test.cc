@@ -134,7 +134,11 @@ TEST_F(VeltoProcessTest, ServerAcceptsTheAddedClientWithThePrintedConfiguration)
   const auto entry =
       nlohmann::json::parse(added.out.substr(added.out.find("\n{") + 1))["mcpServers"]["velto"];
   const fs::path server = entry["command"].get<std::string>();
-  EXPECT_EQ(server, fs::canonical(velto_.parent_path() / "../server/VeltoMCP"));
+  // The release build's server when there is one: this velto may be a sanitizer build's.
+  const fs::path release = velto_.parent_path() / "../../release/server/VeltoMCP";
+  EXPECT_EQ(
+      server,
+      fs::canonical(fs::exists(release) ? release : velto_.parent_path() / "../server/VeltoMCP"));
 
   // What a client passes: a few variables of its own plus the configured ones.
   Environment serverEnv{{"HOME", root_.string()}, {"PATH", "/usr/bin:/bin"}};
@@ -152,6 +156,21 @@ TEST_F(VeltoProcessTest, ServerAcceptsTheAddedClientWithThePrintedConfiguration)
   std::string& token = serverEnv["VELTO_CLIENT_TOKEN"];
   token[0] = token[0] == '0' ? '1' : '0';
   EXPECT_THAT(run(server, "", serverEnv, initialize).out, HasSubstr("-32001"));
+}
+
+TEST_F(VeltoProcessTest, InstalledItNamesTheServerBesideIt) {
+  const fs::path bin = root_ / "prefix/bin";
+  fs::create_directories(bin);
+  fs::copy_file(velto_, bin / "velto");
+  fs::copy_file(fs::canonical(velto_.parent_path() / "../server/VeltoMCP"), bin / "VeltoMCP");
+  const Outcome added = run(bin / "velto", "clients add Installed", env_);
+  ASSERT_EQ(added.status, 0) << added.err;
+  EXPECT_EQ(added.err, "");
+  EXPECT_THAT(added.out, HasSubstr("\"command\": \"" + (bin / "VeltoMCP").string() + "\""));
+
+  const Outcome version = run(bin / "velto", "--version", env_);
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out, "velto " VELTO_VERSION "\n");
 }
 
 TEST_F(VeltoProcessTest, FailuresAreOneLineOnStderrWithTheirStatus) {

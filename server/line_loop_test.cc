@@ -25,17 +25,22 @@ class RecordingOutput : public std::streambuf {
 };
 
 // Runs the loop over `input` with a handler that answers "<line>" (its first 8 bytes),
-// except that lines starting with "n" get no answer; returns the writes made.
-Lines run(const std::string& input, int failingWrites = 0) {
+// except that lines starting with "n" get no answer; returns the writes made, and adds
+// what the loop told its diagnostics to `told`.
+Lines run(const std::string& input, int failingWrites = 0, Lines* told = nullptr) {
   RecordingOutput output;
   output.failures = failingWrites;
   std::ostream out(&output);
   std::istringstream in(input);
-  EXPECT_EQ(runLineLoop(in, out,
-                        [](std::string_view line) -> std::optional<std::string> {
-                          if (line.starts_with("n")) return std::nullopt;
-                          return "<" + std::string(line.substr(0, 8)) + ">";
-                        }),
+  EXPECT_EQ(runLineLoop(
+                in, out,
+                [](std::string_view line) -> std::optional<std::string> {
+                  if (line.starts_with("n")) return std::nullopt;
+                  return "<" + std::string(line.substr(0, 8)) + ">";
+                },
+                [told](std::string_view message) {
+                  if (told) told->emplace_back(message);
+                }),
             0);
   return output.writes;
 }
@@ -59,18 +64,33 @@ TEST(LineLoopTest, FramesLinesAndWritesEachAnswerOnce) {
 
 TEST(LineLoopTest, DropsLinesOverTheLimitAndServesTheNext) {
   const std::string longest(kMaxLineBytes, 'x');
-  for (const auto& [line, answered] : std::vector<std::pair<std::string, bool>>{
-           {longest, true},
-           {longest + "\r", true},
-           {longest + "x", false},
-           {longest + "x\r", false},
-           {longest + std::string(5'000'000, 'y'), false},
+  for (const auto& [line, dropped] : std::vector<std::pair<std::string, std::string>>{
+           {longest, ""},
+           {longest + "\r", ""},
+           {longest + "x", "1048577"},
+           {longest + "x\r", "1048578"},
+           {longest + std::string(5'000'000, 'y'), "6048576"},
            // Each invalid byte becomes the three bytes of U+FFFD.
-           {std::string(kMaxLineBytes / 3 + 1, '\xff'), false},
-           {std::string(kMaxLineBytes / 3, '\xff') + "x\r", true},
+           {std::string(kMaxLineBytes / 3 + 1, '\xff'), "1048578"},
+           {std::string(kMaxLineBytes / 3, '\xff') + "x\r", ""},
        }) {
-    EXPECT_EQ(run(line + "\nafter\n").size(), answered ? 2u : 1u) << line.size();
+    Lines told;
+    EXPECT_EQ(run(line + "\nafter\n", 0, &told).size(), dropped.empty() ? 2u : 1u) << line.size();
+    // A dropped line is told once, with its length in bytes.
+    EXPECT_EQ(told, dropped.empty() ? Lines{}
+                                    : Lines{"dropped a line of " + dropped +
+                                            " bytes without answering it: lines longer than "
+                                            "1048576 bytes are not read"})
+        << line.size();
   }
+}
+
+TEST(LineLoopTest, DiagnosticLinesAreOneLineOfValidUTF8) {
+  std::ostringstream err;
+  const Diagnostics tell = diagnosticLines(err, "VeltoMCP");
+  tell("a\nb\r\x01 \xff");
+  tell("");
+  EXPECT_EQ(err.str(), "VeltoMCP: a b   \xEF\xBF\xBD\nVeltoMCP: \n");
 }
 
 }  // namespace

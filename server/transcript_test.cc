@@ -21,6 +21,14 @@ struct Transcript {
   friend void PrintTo(const Transcript& transcript, std::ostream* out) { *out << transcript.file; }
 };
 
+size_t occurrences(std::string_view text, std::string_view part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string_view::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
 std::string contents(const std::filesystem::path& path) {
   std::stringstream text;
   text << std::ifstream(path).rdbuf();
@@ -48,7 +56,10 @@ TEST_P(TranscriptTest, AnswersExactlyAsRecorded) {
   }
   const ProcessOutput output = harness.run(input);
   EXPECT_EQ(output.exitStatus, 0);
-  EXPECT_EQ(output.standardError, "");
+  // The operator hears of every refusal, once, and of nothing else.
+  const size_t refusals = occurrences(expected, "\"Connection not allowed.\"");
+  EXPECT_EQ(occurrences(output.standardError, "VeltoMCP: refused the client"), refusals);
+  EXPECT_EQ(occurrences(output.standardError, "\n"), refusals) << output.standardError;
   // Line by line, so that a failure names the first answer that differs.
   std::istringstream got(output.standardOutput), want(expected);
   for (std::string gotLine, wantLine; std::getline(want, wantLine);) {

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 
 #include "core/model/records.h"
 #include "core/support/result.h"
@@ -25,5 +26,26 @@ std::string hash(std::string_view token);
 // grant matches; the caller cannot tell these apart, by design.
 std::optional<ClientGrant> authorize(std::string_view clientID, std::string_view token,
                                      const LibraryState& state);
+
+// Why check() refused: for the server's operator only. The client's answer is the same
+// for all of them.
+enum class Refusal {
+  noVariables,        // both the id and the token are empty (their variables unset)
+  noClientID,         // the id is empty
+  noToken,            // the token is empty
+  malformedToken,     // the token is not 64 characters long
+  malformedClientID,  // the id does not parse as a UUID
+  unknownClient,      // no grant has this id
+  wrongToken,         // grants have this id, none this token's hash
+};
+
+// authorize(), telling why when it refuses. Absent variables are told apart first, then
+// the token's length, the id's form, and whether any grant has the id at all.
+std::variant<ClientGrant, Refusal> check(std::string_view clientID, std::string_view token,
+                                         const LibraryState& state);
+
+// One sentence naming the check that failed; for unknownClient and wrongToken it names the
+// client id (parsed, so it can hold nothing else). Never holds the token or a hash.
+std::string describe(Refusal refusal, std::string_view clientID);
 
 }  // namespace velto::ClientAuthorization

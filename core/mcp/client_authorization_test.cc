@@ -56,5 +56,35 @@ TEST(ClientAuthorizationTest, FindsTheFirstGrantWithTheIdAndTheTokensHash) {
   }
 }
 
+TEST(ClientAuthorizationTest, CheckTellsWhyItRefusesWithoutTheToken) {
+  LibraryState state;
+  state.clients.push_back({*Uuid::parse(kClient), "c", Auth::hash(kToken), false, Date{}});
+  const std::string other(64, 'f');
+  struct Case {
+    std::string_view id, token;
+    Auth::Refusal refusal;
+  };
+  for (const Case& c :
+       {Case{"", "", Auth::Refusal::noVariables},
+        {"", kToken, Auth::Refusal::noClientID},
+        {kClient, "", Auth::Refusal::noToken},
+        // The token's length is checked before the id's form.
+        {"not an id", "abc", Auth::Refusal::malformedToken},
+        {"not an id", kToken, Auth::Refusal::malformedClientID},
+        {"00000000-0000-0000-0000-000000000001", kToken, Auth::Refusal::unknownClient},
+        {kClient, other, Auth::Refusal::wrongToken}}) {
+    const auto decided = Auth::check(c.id, c.token, state);
+    ASSERT_TRUE(std::holds_alternative<Auth::Refusal>(decided)) << c.id;
+    EXPECT_EQ(std::get<Auth::Refusal>(decided), c.refusal) << c.id;
+    const std::string told = Auth::describe(c.refusal, c.id);
+    if (c.token.empty()) continue;
+    EXPECT_EQ(told.find(c.token.substr(0, 8)), std::string::npos) << told;
+    EXPECT_EQ(told.find(Auth::hash(c.token).substr(0, 8)), std::string::npos) << told;
+  }
+  EXPECT_EQ(Auth::describe(Auth::Refusal::unknownClient, "6f9619ff-8b86-d011-b42d-00c04fc964ff"),
+            "no client has the id " + std::string(kClient) + " (VELTO_CLIENT_ID)");
+  EXPECT_TRUE(std::holds_alternative<ClientGrant>(Auth::check(kClient, kToken, state)));
+}
+
 }  // namespace
 }  // namespace velto

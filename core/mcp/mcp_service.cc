@@ -68,12 +68,13 @@ struct MCPService::Reply {
 };
 
 MCPService::MCPService(LibraryStore store, std::string clientID, std::string token,
-                       ToolCalls::Opener opener, Clock clock)
+                       ToolCalls::Opener opener, Clock clock, Diagnostics diagnostics)
     : store_(std::move(store)),
       clientID_(std::move(clientID)),
       token_(std::move(token)),
       opener_(std::move(opener)),
-      clock_(std::move(clock)) {}
+      clock_(std::move(clock)),
+      diagnostics_(std::move(diagnostics)) {}
 
 std::optional<std::string> MCPService::respond(std::string_view bytes) {
   std::optional<JSONMessage> message = parseJSONMessage(bytes);
@@ -107,12 +108,25 @@ MCPService::Reply MCPService::dispatch(const std::string& method, const json& pa
   if (method == "ping") return Reply::success(json::object());
 
   if (Result<void> loaded = store_.loadInto(decoder_, library_); !loaded.ok()) {
+    // Clients show the answer's text poorly or not at all, and it does not say which file.
+    if (diagnostics_) {
+      diagnostics_("could not load the library " + store_.fileURL().string() + ": " +
+                   loaded.error().message);
+    }
     return Reply::success(toolResult(loaded.error()));
   }
 
-  const std::optional<ClientGrant> grant =
-      ClientAuthorization::authorize(clientID_, token_, library_);
-  if (!grant) return Reply::failure(kNotAllowed, "Connection not allowed.");
+  auto decided = ClientAuthorization::check(clientID_, token_, library_);
+  const ClientGrant* grant = std::get_if<ClientGrant>(&decided);
+  if (!grant) {
+    if (diagnostics_) {
+      const auto refusal = std::get<ClientAuthorization::Refusal>(decided);
+      diagnostics_("refused the client (\"Connection not allowed.\"): " +
+                   ClientAuthorization::describe(refusal, clientID_) + "; library " +
+                   store_.fileURL().string());
+    }
+    return Reply::failure(kNotAllowed, "Connection not allowed.");
+  }
 
   if (method == "initialize") {
     const auto version = params.find("protocolVersion");

@@ -9,6 +9,7 @@
 #include "core/model/library_codec.h"
 #include "core/model/library_store.h"
 #include "core/support/date.h"
+#include "core/support/diagnostics.h"
 
 namespace velto {
 
@@ -25,6 +26,10 @@ namespace velto {
 // Responses are compact, with sorted keys, non-ASCII as UTF-8 and "/" unescaped, except
 // inside a tool result's text, where every "/" is written "\/".
 //
+// A refused client and a library that does not load are also told to `diagnostics`, once
+// per request, naming the check that failed or the file and why; the answers are the
+// same with or without it, and nothing is told about a request that succeeds.
+//
 // Not thread-safe: one caller, one request at a time.
 class MCPService {
  public:
@@ -37,7 +42,7 @@ class MCPService {
   // `clientID` and `token` are taken as given (empty when unset); they are checked on
   // every request. `clock` gives the time the open-tab snapshot's age is measured at.
   MCPService(LibraryStore store, std::string clientID, std::string token, ToolCalls::Opener opener,
-             Clock clock = now);
+             Clock clock = now, Diagnostics diagnostics = {});
 
   // The response to one message (the bytes of one line, without its line end), without a
   // line end; absent when nothing must be sent back.
@@ -56,6 +61,7 @@ class MCPService {
   std::string token_;
   ToolCalls::Opener opener_;
   Clock clock_;
+  Diagnostics diagnostics_;
   Session session_ = Session::fresh;
   // Kept between requests only so that their memory is reused: every request that needs
   // the library reads and decodes the file again, over these records.
