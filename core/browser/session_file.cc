@@ -56,8 +56,7 @@ struct Navigation {
 
 struct TabState {
   uint64_t order = 0;  // when the file first named the tab, to break ties of position
-  int32_t window = 0;
-  bool hasWindow = false;
+  std::optional<int32_t> window;
   int32_t index = 0;
   int32_t selectedNavigation = 0;
   bool pinned = false;
@@ -79,9 +78,7 @@ class Replay {
       case kSetTabWindow:
         if (first && second) {
           window(*first);
-          TabState& state = tab(*second);
-          state.window = *first;
-          state.hasWindow = true;
+          tab(*second).window = *first;
         }
         break;
       case kSetTabIndexInWindow:
@@ -140,8 +137,8 @@ class Replay {
     };
     std::unordered_map<int32_t, std::vector<Member>> members;
     for (const auto& [id, state] : tabs_) {
-      if (!state.hasWindow || state.navigations.empty()) continue;
-      members[state.window].push_back({state.index, state.order, sessionTab(id, state)});
+      if (!state.window || state.navigations.empty()) continue;
+      members[*state.window].push_back({state.index, state.order, sessionTab(id, state)});
     }
     std::vector<std::pair<uint64_t, SessionWindow>> open;
     for (const auto& [id, state] : windows_) {

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <chrono>
 #include <cstring>
 #include <fstream>
@@ -44,6 +45,19 @@ int connectLoopback(uint16_t port) {
     return -1;
   }
   return socket;
+}
+
+// Whether `reply` holds a whole HTTP response: its head and as many bytes of body as its
+// Content-Length gives (none without one).
+bool complete(const std::string& reply) {
+  const size_t head = reply.find("\r\n\r\n");
+  if (head == std::string::npos) return false;
+  std::string lower = reply.substr(0, head);
+  for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  const size_t field = lower.find("\r\ncontent-length:");
+  const size_t length =
+      field == std::string::npos ? 0 : std::strtoul(lower.c_str() + field + 17, nullptr, 10);
+  return reply.size() - head - 4 >= length;
 }
 
 // Waits up to `limit` for `pid` to end; true when it did (and was collected).
@@ -238,17 +252,18 @@ std::string ChromiumSession::request(const std::string& method, const std::strin
   if (socket < 0) return {};
   const std::string text =
       method + " " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
+  // The endpoint keeps the connection open whatever the request says: the reply ends
+  // where its Content-Length says.
   std::string reply;
   if (::send(socket, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size())) {
     char buffer[8192];
-    for (ssize_t got; (got = ::recv(socket, buffer, sizeof buffer, 0)) > 0;) {
+    for (ssize_t got; !complete(reply) && (got = ::recv(socket, buffer, sizeof buffer, 0)) > 0;) {
       reply.append(buffer, static_cast<size_t>(got));
     }
   }
   ::close(socket);
-  if (!reply.starts_with("HTTP/1.1 200")) return {};
-  const size_t body = reply.find("\r\n\r\n");
-  return body == std::string::npos ? std::string() : reply.substr(body + 4);
+  if (!reply.starts_with("HTTP/1.1 200") || !complete(reply)) return {};
+  return reply.substr(reply.find("\r\n\r\n") + 4);
 }
 
 std::vector<DevToolsPage> ChromiumSession::pages() const {
