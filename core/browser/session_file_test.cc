@@ -35,25 +35,28 @@ SessionFileBuilder twoTabs() {
   return file;
 }
 
-TEST(SessionFileTest, ReplaysARealChromiumFile) {
-  // Chromium 156 opened a.html and b.html from the command line, then a third tab
-  // (a.html?c) through DevTools, which also closed b.html.
-  std::ifstream in(
-      std::string(VELTO_SOURCE_DIR) + "/fuzz/seeds/session_file/chromium_156_closed_tab",
-      std::ios::binary);
+std::string seed(const std::string& name) {
+  std::ifstream in(std::string(VELTO_SOURCE_DIR) + "/fuzz/seeds/session_file/" + name,
+                   std::ios::binary);
   std::stringstream read;
   read << in.rdbuf();
-  const std::string bytes = read.str();
-  ASSERT_EQ(bytes.size(), 3178u);
+  return read.str();
+}
 
+Date dateFrom1601(int64_t microseconds) {
+  return Date(std::chrono::microseconds(microseconds - 11644473600LL * 1000000));
+}
+
+TEST(SessionFileTest, ReplaysRealChromiumFiles) {
+  // Chromium 156 opened a.html and b.html from the command line, then a third tab
+  // (a.html?c) through DevTools, which also closed b.html.
+  const std::string bytes = seed("chromium_156_closed_tab");
+  ASSERT_EQ(bytes.size(), 3178u);
   const std::string base = "http://127.0.0.1:18765/";
-  const auto lastActive = [](int64_t microseconds) {
-    return Date(std::chrono::microseconds(microseconds - 11644473600LL * 1000000));
-  };
   SessionWindow expected{
       1173110047, {tab(1173110048, base + "a.html"), tab(1173110050, base + "a.html?c")}, 1};
-  expected.tabs[0].lastActiveAt = lastActive(13439926511629672);
-  expected.tabs[1].lastActiveAt = lastActive(13439926531074422);
+  expected.tabs[0].lastActiveAt = dateFrom1601(13439926511629672);
+  expected.tabs[1].lastActiveAt = dateFrom1601(13439926531074422);
   const auto session = SessionFile::parse(bytes);
   ASSERT_TRUE(session);
   EXPECT_EQ(session->version, 3);
@@ -68,6 +71,15 @@ TEST(SessionFileTest, ReplaysARealChromiumFile) {
             (std::vector<int32_t>{1173110048, 1173110049, 1173110050}));
   EXPECT_EQ(before->windows[0].selected, 2u);
   EXPECT_EQ(before->windows[0].tabs[1].url, base + "b.html");
+
+  // A fresh browser's first file, without an end-of-snapshot marker: c.html moved on to
+  // a.html?next by script; a second window was opened on b.html and closed with its tab.
+  const std::string other = "http://127.0.0.1:18766/";
+  SessionWindow first{
+      737688924, {tab(737688925, other + "a.html"), tab(737688926, other + "a.html?next")}, 0};
+  first.tabs[0].lastActiveAt = dateFrom1601(13439928810205180);
+  EXPECT_EQ(SessionFile::parse(seed("chromium_156_history_and_closed_window")),
+            (Session{3, {first}}));
 }
 
 TEST(SessionFileTest, HeadersOtherThanPlainVersionsOneAndThreeAreRefused) {
