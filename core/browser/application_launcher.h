@@ -33,7 +33,8 @@ class ApplicationLauncher {
 // The launcher of this platform. On macOS the browser is found by its bundle identifier
 // and opened through the system's launch services; on Linux it is one of the browser's
 // usual executables found on the PATH of `env`, started detached from this process with
-// the URL as its one argument. Safari is never installed on Linux.
+// the URL as its one argument; Chrome is Google Chrome, or Debian's Chromium where Chrome
+// is not installed. Safari is never installed on Linux.
 std::unique_ptr<ApplicationLauncher> platformApplicationLauncher(
     const EnvironmentLookup& env = processEnvironment());
 

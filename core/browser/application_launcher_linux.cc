@@ -29,12 +29,14 @@ namespace fs = std::filesystem;
 constexpr size_t kProcessNameLength = 15;
 
 // The commands that distributions and the vendors' packages install, most specific first.
+// Debian's Chromium stands in for Google Chrome where Chrome is not installed, as its
+// profile folder does for Chrome's.
 std::vector<std::string_view> executables(Browser browser) {
   switch (browser) {
     case Browser::safari:
       return {};
     case Browser::chrome:
-      return {"google-chrome-stable", "google-chrome"};
+      return {"google-chrome-stable", "google-chrome", "chromium"};
     case Browser::brave:
       return {"brave-browser"};
     case Browser::edge:

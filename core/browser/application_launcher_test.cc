@@ -77,6 +77,9 @@ TEST_F(ApplicationLauncherTest, FindsOnlyExecutableFilesOnAbsolutePathEntries) {
   EXPECT_TRUE(launcher_->isInstalled(Browser::edge));
   EXPECT_FALSE(launcher_->isInstalled(Browser::safari));
   EXPECT_FALSE(launcherWithPath("bin")->isInstalled(Browser::edge));
+  // Debian's Chromium stands in for Google Chrome.
+  fakeBrowser("chromium");
+  EXPECT_TRUE(launcher_->isInstalled(Browser::chrome));
 }
 
 TEST_F(ApplicationLauncherTest, OpenGivesTheURLAsOneArgumentToTheFirstCommandFound) {
@@ -95,6 +98,22 @@ TEST_F(ApplicationLauncherTest, OpenGivesTheURLAsOneArgumentToTheFirstCommandFou
                 ": No such file or directory");
   EXPECT_EQ(launcher_->open("https://example.org/", Browser::edge).error().message,
             "Edge is not installed. Copy this link to open it in another browser.");
+}
+
+TEST_F(ApplicationLauncherTest, ChromiumRunsAsChrome) {
+  const fs::path chromium = directory_ / "chromium";
+  fs::copy_file("/bin/sleep", chromium);
+  pid_t pid = 0;
+  char seconds[] = "30";
+  char* argv[] = {const_cast<char*>(chromium.c_str()), seconds, nullptr};
+  ASSERT_EQ(::posix_spawn(&pid, chromium.c_str(), nullptr, nullptr, argv, nullptr), 0);
+  bool seen = false;
+  for (int i = 0; i < 100 && !(seen = launcher_->isRunning(Browser::chrome)); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_TRUE(seen);
+  ::kill(pid, SIGKILL);
+  ::waitpid(pid, nullptr, 0);
 }
 
 TEST_F(ApplicationLauncherTest, RunningMeansAProcessWithTheBrowsersName) {

@@ -2,7 +2,6 @@
 
 #include <charconv>
 
-#include "core/browser/browser_scripts.h"
 #include "core/browser/reopen.h"
 #include "core/browser/script_queue.h"
 #include "core/model/velto_error.h"
@@ -61,17 +60,11 @@ std::vector<LiveTab> liveTabsFromSnapshot(const ScriptValue& rows, Browser brows
   return tabs;
 }
 
-BrowserBridge::BrowserBridge(ScriptRunner& runner, ApplicationLauncher& launcher)
-    : runner_(runner), launcher_(launcher) {}
+BrowserBridge::BrowserBridge(TabSource& tabs, ApplicationLauncher& launcher)
+    : tabs_(tabs), launcher_(launcher) {}
 
 std::future<Result<std::vector<LiveTab>>> BrowserBridge::snapshot(Browser browser) {
-  return ScriptQueue::shared().submit(
-      [&runner = runner_, browser,
-       script = BrowserScripts::snapshotScript(browser)]() -> Result<std::vector<LiveTab>> {
-        const auto reply = runner.run(script);
-        if (!reply.ok()) return reply.error();
-        return liveTabsFromSnapshot(*reply, browser);
-      });
+  return ScriptQueue::shared().submit([&tabs = tabs_, browser] { return tabs.snapshot(browser); });
 }
 
 std::future<Result<void>> BrowserBridge::close(const LiveTab& tab, bool automatic,
@@ -81,14 +74,9 @@ std::future<Result<void>> BrowserBridge::close(const LiveTab& tab, bool automati
     refused.set_value(VeltoError::tabPinned());
     return refused.get_future();
   }
-  return ScriptQueue::shared().submit(
-      [&runner = runner_,
-       script = BrowserScripts::closeScript(tab, automatic, protectedTabs)]() -> Result<void> {
-        const auto reply = runner.run(script);
-        if (!reply.ok()) return reply.error();
-        if (!reply->booleanValue()) return VeltoError::tabChanged();
-        return {};
-      });
+  return ScriptQueue::shared().submit([&tabs = tabs_, tab, automatic, protectedTabs] {
+    return tabs.close(tab, automatic, protectedTabs);
+  });
 }
 
 bool BrowserBridge::isInstalled(Browser browser) { return launcher_.isInstalled(browser); }

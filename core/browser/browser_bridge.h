@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "core/browser/application_launcher.h"
-#include "core/browser/script_runner.h"
 #include "core/browser/script_value.h"
+#include "core/browser/tab_source.h"
 #include "core/model/records.h"
 #include "core/support/result.h"
 
@@ -15,21 +15,22 @@ namespace velto {
 
 // The one place where Velto drives the browsers: reads the open tabs of a browser, closes
 // one tab safely, reopens a saved link, and answers whether a browser is installed or
-// running. Scripts run on the process-wide ScriptQueue, one at a time whatever browser
-// they target; snapshot() and close() return at once with a future that the queue
+// running. Tabs are read and closed through the platform's TabSource (scripts on macOS,
+// session files on Linux) on the process-wide ScriptQueue, one call at a time whatever
+// browser it targets; snapshot() and close() return at once with a future that the queue
 // fulfils exactly once. The bridge keeps no state between calls.
 //
-// `runner` and `launcher` must outlive the bridge and every future it returned.
+// `tabs` and `launcher` must outlive the bridge and every future it returned.
 class BrowserBridge {
  public:
-  BrowserBridge(ScriptRunner& runner, ApplicationLauncher& launcher);
+  BrowserBridge(TabSource& tabs, ApplicationLauncher& launcher);
 
-  // The open tabs of `browser` in script order (window by window, at most 1000), or the
-  // runner's failure.
+  // The open tabs of `browser` (window by window, at most 1000), or the source's failure.
   std::future<Result<std::vector<LiveTab>>> snapshot(Browser browser);
 
   // Closes `tab` if it is still where the snapshot saw it; VeltoError::tabChanged() when
-  // the browser closed nothing. An `automatic` close of a pinned tab fails with
+  // the browser closed nothing, VeltoError::closingUnavailable() where tabs come from
+  // session files. An `automatic` close of a pinned tab fails with
   // VeltoError::tabPinned() at once, without queuing anything; see
   // BrowserScripts::closeScript for `protectedTabs`.
   std::future<Result<void>> close(const LiveTab& tab, bool automatic, int64_t protectedTabs);
@@ -41,7 +42,7 @@ class BrowserBridge {
   Result<void> reopen(std::string_view url, Browser browser);
 
  private:
-  ScriptRunner& runner_;
+  TabSource& tabs_;
   ApplicationLauncher& launcher_;
 };
 

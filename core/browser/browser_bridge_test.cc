@@ -52,8 +52,9 @@ V row(std::string window) {
 class BrowserBridgeTest : public testing::Test {
  protected:
   FakeScriptRunner runner_;
+  ScriptTabSource scripts_{runner_};
   RecordingLauncher launcher_;
-  BrowserBridge bridge_{runner_, launcher_};
+  BrowserBridge bridge_{scripts_, launcher_};
 };
 
 TEST_F(BrowserBridgeTest, SnapshotRowsBecomeLiveTabs) {
@@ -174,7 +175,8 @@ TEST_F(BrowserBridgeTest, CloseSucceedsOnlyWhenTheScriptAnswersTrue) {
 
 TEST_F(BrowserBridgeTest, ScriptsOfEveryBridgeRunOnOneNamedWorker) {
   FakeScriptRunner otherRunner;
-  BrowserBridge other(otherRunner, launcher_);
+  ScriptTabSource otherScripts(otherRunner);
+  BrowserBridge other(otherScripts, launcher_);
   std::vector<std::future<Result<std::vector<LiveTab>>>> pending;
   for (int i = 0; i < 20; ++i) {
     pending.push_back(bridge_.snapshot(Browser::chrome));

@@ -20,10 +20,15 @@ struct FinalizeStatement {
 using Database = std::unique_ptr<sqlite3, CloseDatabase>;
 using Statement = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
 
-std::string statementText(Browser browser, size_t placeholders) {
+std::string placeholders(size_t count) {
   std::string list;
-  list.reserve(placeholders * 2);
-  for (size_t i = 0; i < placeholders; ++i) list += i ? ",?" : "?";
+  list.reserve(count * 2);
+  for (size_t i = 0; i < count; ++i) list += i ? ",?" : "?";
+  return list;
+}
+
+std::string statementText(Browser browser, size_t count) {
+  const std::string list = placeholders(count);
   if (isSafariFamily(browser)) {
     return "SELECT i.url, MAX(v.visit_time) FROM history_items i JOIN history_visits v ON "
            "v.history_item = i.id WHERE i.url IN (" +
@@ -42,32 +47,47 @@ std::optional<Date> visitDate(Browser browser, double value) {
   return dateFromSecondsSince1970(since1970);
 }
 
-// Runs one statement over urls[first, first + count). False when it cannot be prepared
-// (the database does not have this browser's schema) or stepping stops on an error: a
-// damaged page can fail a lookup after earlier rows came back, and a database that
-// cannot be read whole contributes nothing rather than whatever preceded the damage.
-bool queryBatch(sqlite3* db, Browser browser, const std::vector<std::string>& urls, size_t first,
-                size_t count, Visits& visits) {
-  sqlite3_stmt* raw = nullptr;
-  const std::string text = statementText(browser, count);
-  const int prepared = sqlite3_prepare_v2(db, text.c_str(), -1, &raw, nullptr);
-  const Statement statement(raw);
-  if (prepared != SQLITE_OK) return false;
-  for (size_t i = 0; i < count; ++i) {
-    const std::string& url = urls[first + i];
-    sqlite3_bind_text64(statement.get(), static_cast<int>(i + 1), url.data(), url.size(),
-                        SQLITE_TRANSIENT, SQLITE_UTF8);
+// Runs the statement that `text(count)` gives over every batch of `urls` that SQLite can
+// bind at once, calling `row` for each row. False when `database` cannot be opened, the
+// statement cannot be prepared (the database does not have this schema) or stepping
+// stops on an error: a damaged page can fail a lookup after earlier rows came back, and
+// a database that cannot be read whole contributes nothing rather than whatever preceded
+// the damage.
+template <class Text, class Row>
+bool eachRow(const std::filesystem::path& database, const std::vector<std::string>& urls, Text text,
+             Row row) {
+  sqlite3* rawDB = nullptr;
+  const int opened = sqlite3_open_v2(immutableURI(database).c_str(), &rawDB,
+                                     SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
+  const Database db(rawDB);  // closed on every path, also when opening failed
+  if (opened != SQLITE_OK) return false;
+
+  const auto limit =
+      static_cast<size_t>(std::max(1, sqlite3_limit(db.get(), SQLITE_LIMIT_VARIABLE_NUMBER, -1)));
+  for (size_t first = 0; first < urls.size(); first += limit) {
+    const size_t count = std::min(limit, urls.size() - first);
+    sqlite3_stmt* raw = nullptr;
+    const std::string sql = text(count);
+    const int prepared = sqlite3_prepare_v2(db.get(), sql.c_str(), -1, &raw, nullptr);
+    const Statement statement(raw);
+    if (prepared != SQLITE_OK) return false;
+    for (size_t i = 0; i < count; ++i) {
+      const std::string& url = urls[first + i];
+      sqlite3_bind_text64(statement.get(), static_cast<int>(i + 1), url.data(), url.size(),
+                          SQLITE_TRANSIENT, SQLITE_UTF8);
+    }
+    int stepped;
+    while ((stepped = sqlite3_step(statement.get())) == SQLITE_ROW) row(statement.get());
+    if (stepped != SQLITE_DONE) return false;
   }
-  int stepped;
-  while ((stepped = sqlite3_step(statement.get())) == SQLITE_ROW) {
-    const auto* url = sqlite3_column_text(statement.get(), 0);
-    if (url == nullptr) continue;
-    const auto date = visitDate(browser, sqlite3_column_double(statement.get(), 1));
-    if (!date) continue;
-    visits[std::string(reinterpret_cast<const char*>(url),
-                       static_cast<size_t>(sqlite3_column_bytes(statement.get(), 0)))] = *date;
-  }
-  return stepped == SQLITE_DONE;
+  return true;
+}
+
+std::optional<std::string> textColumn(sqlite3_stmt* statement, int column) {
+  const auto* text = sqlite3_column_text(statement, column);
+  if (text == nullptr) return std::nullopt;
+  return std::string(reinterpret_cast<const char*>(text),
+                     static_cast<size_t>(sqlite3_column_bytes(statement, column)));
 }
 
 }  // namespace
@@ -110,21 +130,33 @@ std::vector<std::filesystem::path> databases(Browser browser, const EnvironmentL
 Visits query(const std::filesystem::path& database, Browser browser,
              const std::vector<std::string>& urls) {
   if (urls.empty()) return {};
-  sqlite3* raw = nullptr;
-  const int opened = sqlite3_open_v2(immutableURI(database).c_str(), &raw,
-                                     SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
-  const Database db(raw);  // closed on every path, also when opening failed
-  if (opened != SQLITE_OK) return {};
-
-  const auto limit =
-      static_cast<size_t>(std::max(1, sqlite3_limit(db.get(), SQLITE_LIMIT_VARIABLE_NUMBER, -1)));
   Visits visits;
-  for (size_t first = 0; first < urls.size(); first += limit) {
-    if (!queryBatch(db.get(), browser, urls, first, std::min(limit, urls.size() - first), visits)) {
-      return {};
-    }
-  }
-  return visits;
+  const bool read = eachRow(
+      database, urls, [browser](size_t count) { return statementText(browser, count); },
+      [&](sqlite3_stmt* statement) {
+        auto url = textColumn(statement, 0);
+        const auto date = visitDate(browser, sqlite3_column_double(statement, 1));
+        if (url && date) visits[std::move(*url)] = *date;
+      });
+  return read ? visits : Visits{};
+}
+
+Titles titles(const std::filesystem::path& database, const std::vector<std::string>& urls) {
+  if (urls.empty()) return {};
+  Titles found;
+  const bool read = eachRow(
+      database, urls,
+      [](size_t count) {
+        // Ordered so that the row of the latest visit, written last, wins.
+        return "SELECT url, title FROM urls WHERE title != '' AND url IN (" + placeholders(count) +
+               ") ORDER BY last_visit_time";
+      },
+      [&](sqlite3_stmt* statement) {
+        auto url = textColumn(statement, 0);
+        auto title = textColumn(statement, 1);
+        if (url && title) found[std::move(*url)] = std::move(*title);
+      });
+  return read ? found : Titles{};
 }
 
 Visits lastVisits(const std::vector<std::string>& urls, BrowserSet browsers,

@@ -33,8 +33,9 @@ struct Location {
 };
 
 // The location for `browser`, from the user's folders in `env`; absent when the browser
-// keeps no history here (Safari off macOS) or the environment names no home.
-// One implementation per platform.
+// keeps no history here (Safari off macOS) or the environment names no home. On Linux,
+// Chrome's is Chromium's folder when Google Chrome has none and Chromium has one.
+// One implementation per platform. The session reader finds profiles here too.
 std::optional<Location> location(Browser browser, const EnvironmentLookup& env);
 
 // The history databases of `browser`: for the Chromium family E/History for every entry E
@@ -48,6 +49,14 @@ std::vector<std::filesystem::path> databases(Browser browser, const EnvironmentL
 // Empty when the database cannot be opened, lacks the schema or fails while being read.
 Visits query(const std::filesystem::path& database, Browser browser,
              const std::vector<std::string>& urls);
+
+// URL text to the title of its page.
+using Titles = std::unordered_map<std::string, std::string>;
+
+// The page titles that one Chromium-family history database holds for `urls`: the
+// title of a URL's latest visit, where it is not empty. Empty when the database cannot be
+// read, as for query().
+Titles titles(const std::filesystem::path& database, const std::vector<std::string>& urls);
 
 // The latest visit of each of `urls` over every database of every browser in `browsers`.
 // Duplicate URLs are harmless.

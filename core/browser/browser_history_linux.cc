@@ -3,7 +3,8 @@
 namespace velto {
 
 // The Chromium family keeps its profiles under the XDG configuration folder; Safari does
-// not exist here.
+// not exist here. Debian's Chromium stands in for Google Chrome where Chrome has never
+// run: its folder is used when Chrome's does not exist and its own does.
 std::optional<BrowserHistory::Location> BrowserHistory::location(Browser browser,
                                                                  const EnvironmentLookup& env) {
   const char* folder = nullptr;
@@ -22,7 +23,13 @@ std::optional<BrowserHistory::Location> BrowserHistory::location(Browser browser
   }
   const auto profiles = Folders::browserProfiles(env);
   if (!profiles) return std::nullopt;
-  return Location{*profiles / folder, true};
+  std::filesystem::path data = *profiles / folder;
+  std::error_code error;
+  if (browser == Browser::chrome && !std::filesystem::is_directory(data, error) &&
+      std::filesystem::is_directory(*profiles / "chromium", error)) {
+    data = *profiles / "chromium";
+  }
+  return Location{std::move(data), true};
 }
 
 }  // namespace velto

@@ -217,6 +217,18 @@ TEST_F(BrowserHistoryTest, BrokenDatabasesContributeNothingAndTheRestIsReadAsCom
   EXPECT_NEAR(secondsSince1970(visits.at(url)), 1700000000, 1e-5);
 }
 
+TEST_F(BrowserHistoryTest, TitlesOfTheLatestVisitThatHasOne) {
+  const fs::path db = history(Browser::chrome, "Default");
+  makeDatabase(
+      db, std::string(kChromiumSchema) + chromiumRow("https://a.org/", 2, "'New'") +
+              chromiumRow("https://a.org/", 1, "'Old'") + chromiumRow("https://a.org/", 3, "''") +
+              chromiumRow("https://b.org/", 1, "NULL") + chromiumRow("https://c.org/", 1, "'C'"));
+  EXPECT_EQ(titles(db, {"https://a.org/", "https://b.org/", "https://none.org/"}),
+            (Titles{{"https://a.org/", "New"}}));
+  EXPECT_EQ(titles(db, {}), Titles{});
+  EXPECT_EQ(titles(root_ / "missing", {"https://a.org/"}), Titles{});
+}
+
 TEST_F(BrowserHistoryTest, BatchesBeyondTheParameterLimitAreSplitNotLost) {
   // The limit depends on how SQLite was built (999, 32766, 250000...): ask it.
   sqlite3* memory = nullptr;
@@ -277,6 +289,12 @@ TEST_F(BrowserHistoryTest, LocationsUnderTheXDGConfigFolder) {
   };
   EXPECT_EQ(location(Browser::chrome, xdg), (Location{"/cfg/google-chrome", true}));
   EXPECT_EQ(location(Browser::chrome, [](std::string_view) { return std::nullopt; }), std::nullopt);
+
+  // Debian's Chromium is Chrome's stand-in only while Google Chrome has no folder.
+  fs::create_directories(config / "chromium");
+  EXPECT_EQ(location(Browser::chrome, env_), (Location{config / "chromium", true}));
+  fs::create_directories(config / "google-chrome");
+  EXPECT_EQ(location(Browser::chrome, env_), (Location{config / "google-chrome", true}));
 }
 #endif
 

@@ -18,6 +18,9 @@ Error tabChanged() {
   return message("The tab changed or moved. It is saved in your library and was left open.");
 }
 Error scriptNotCreated() { return message("The browser script could not be created."); }
+Error closingUnavailable() {
+  return message("Velto cannot close browser tabs on this system. Close the tab in the browser.");
+}
 Error secureKeyUnavailable() { return message("Could not create a secure connection key."); }
 
 Error automationFailure(int64_t errorNumber) {

@@ -21,6 +21,8 @@ Error notInstalled(Browser browser);
 Error tabPinned();
 Error tabChanged();
 Error scriptNotCreated();
+// Where Velto reads tabs from the browsers' files and cannot ask a browser to close one.
+Error closingUnavailable();
 Error secureKeyUnavailable();
 // The sentence for an automation (Apple Event) error number: -600, -1712 and -1743 have
 // their own; any other number, 0 included, is quoted in the generic sentence.
