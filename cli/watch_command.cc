@@ -17,6 +17,7 @@
 #include "core/browser/application_launcher.h"
 #include "core/browser/browser_bridge.h"
 #include "core/browser/script_runner.h"
+#include "core/browser/tab_source.h"
 
 namespace velto {
 
@@ -43,14 +44,15 @@ constexpr double kShortestInterval = 0.1;
 // Longer, and the stored snapshot would go stale between two looks.
 constexpr double kLongestInterval = 60;
 
-// The browsers as the bridge sees them: scripts where the platform has them, the
+// The browsers as the bridge sees them: scripts on macOS, session files on Linux, the
 // launcher for whether a browser runs.
-class BridgeTabSource : public TabSource {
+class BridgeOpenTabs : public OpenTabsSource {
  public:
-  explicit BridgeTabSource(const EnvironmentLookup& env)
+  explicit BridgeOpenTabs(const EnvironmentLookup& env)
       : runner_(platformScriptRunner()),
+        tabs_(platformTabSource(*runner_, env)),
         launcher_(platformApplicationLauncher(env)),
-        bridge_(*runner_, *launcher_) {}
+        bridge_(*tabs_, *launcher_) {}
 
   bool isRunning(Browser browser) override { return bridge_.isRunning(browser); }
   Result<std::vector<LiveTab>> snapshot(Browser browser) override {
@@ -59,6 +61,7 @@ class BridgeTabSource : public TabSource {
 
  private:
   std::unique_ptr<ScriptRunner> runner_;
+  std::unique_ptr<TabSource> tabs_;
   std::unique_ptr<ApplicationLauncher> launcher_;
   BrowserBridge bridge_;
 };
@@ -174,7 +177,7 @@ int watchCommand(CommandContext& c, Args args) {
          "connect BROWSER");
   }
 
-  BridgeTabSource tabs(c.env);
+  BridgeOpenTabs tabs(c.env);
   HistoryVisitSource visits(c.env);
   const StopSignals signals;
   if (!a.has("--once") && !signals.installed()) {

@@ -16,7 +16,7 @@ constexpr double kFreshObservationSeconds = 90;
 
 }  // namespace
 
-std::vector<std::string> runWatchCycle(const LibraryStore& store, TabSource& tabs,
+std::vector<std::string> runWatchCycle(const LibraryStore& store, OpenTabsSource& tabs,
                                        VisitSource& visits, Date now) {
   std::vector<std::string> problems;
   Result<LibraryState> library = store.load();

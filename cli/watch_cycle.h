@@ -13,9 +13,9 @@ namespace velto {
 
 // Where a watch cycle finds the open tabs of the browsers (the browser bridge; tests
 // substitute fakes).
-class TabSource {
+class OpenTabsSource {
  public:
-  virtual ~TabSource() = default;
+  virtual ~OpenTabsSource() = default;
   virtual bool isRunning(Browser browser) = 0;
   // The open tabs of a running browser, window by window.
   virtual Result<std::vector<LiveTab>> snapshot(Browser browser) = 0;
@@ -43,7 +43,7 @@ class VisitSource {
 // fresh (observed less than 90 s ago), so one failed read neither empties the list nor
 // makes its tabs look closed or new. Returns one sentence per problem (empty when the
 // cycle went well); a library that cannot be loaded is left untouched.
-std::vector<std::string> runWatchCycle(const LibraryStore& store, TabSource& tabs,
+std::vector<std::string> runWatchCycle(const LibraryStore& store, OpenTabsSource& tabs,
                                        VisitSource& visits, Date now);
 
 }  // namespace velto

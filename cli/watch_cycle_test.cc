@@ -18,7 +18,7 @@ const Date kNow = dateFromUTC(2026, 3, 1, 12, 0, 0);
 Date later(double seconds) { return addingSeconds(kNow, seconds); }
 
 // Browsers as scripted by the test: running or not, and what a snapshot answers.
-class FakeTabSource : public TabSource {
+class FakeTabSource : public OpenTabsSource {
  public:
   bool isRunning(Browser browser) override { return answers.contains(browser); }
   Result<std::vector<LiveTab>> snapshot(Browser browser) override {
