@@ -105,11 +105,12 @@ Result<void> LibraryStore::loadInto(LibraryDecoder& decoder, LibraryState& state
 }
 
 Result<void> LibraryStore::save(const LibraryState& state) const {
+  const auto bytes = encodeLibraryFile(state);
+  if (!bytes) return bytes.error();
   if (auto created = createDirectories(directory_); !created.ok()) return created;
   if (::chmod(directory_.c_str(), kDirectoryMode) != 0) {
     return failure("restrict the folder", directory_, errno);
   }
-  const std::string bytes = encodeLibrary(state);
   const fs::path target = fileURL();
 
   // The new document goes to a fresh file beside the old one and replaces it with one
@@ -124,7 +125,7 @@ Result<void> LibraryStore::save(const LibraryState& state) const {
   };
   // fchmod before the rename: the file must never be visible with looser permissions,
   // whatever the umask or the mode of the file it replaces.
-  if (!writeAll(fd, bytes) || ::fchmod(fd, kFileMode) != 0 || ::fsync(fd) != 0) {
+  if (!writeAll(fd, *bytes) || ::fchmod(fd, kFileMode) != 0 || ::fsync(fd) != 0) {
     const int error = errno;
     ::close(fd);
     return abandon(error);
