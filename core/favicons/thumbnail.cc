@@ -35,15 +35,21 @@ uint8_t rounded(float value) {
 
 }  // namespace
 
-RgbaImage downscaled(const RgbaImage& image, uint32_t maxSide) {
-  const uint32_t longer = std::max(image.width, image.height);
-  if (longer <= maxSide) return image;
+std::pair<uint32_t, uint32_t> fittedSides(uint32_t width, uint32_t height, uint32_t maxSide) {
+  const uint32_t longer = std::max(width, height);
+  if (longer <= maxSide) return {width, height};
   const auto shorter = [&](uint32_t side) {
     return std::max<uint32_t>(
         1, static_cast<uint32_t>(std::lround(static_cast<double>(side) * maxSide / longer)));
   };
-  const uint32_t width = image.width >= image.height ? maxSide : shorter(image.width);
-  const uint32_t height = image.height > image.width ? maxSide : shorter(image.height);
+  return {width >= height ? maxSide : shorter(width), height > width ? maxSide : shorter(height)};
+}
+
+RgbaImage downscaled(const RgbaImage& image, uint32_t maxSide) {
+  // Named values, not a structured binding: clang 14 cannot capture those in lambdas.
+  const auto sides = fittedSides(image.width, image.height, maxSide);
+  const uint32_t width = sides.first, height = sides.second;
+  if (width == image.width && height == image.height) return image;
 
   // Premultiplied, so that a transparent pixel contributes no colour; computed as read
   // rather than copied, since a float copy of a 4096-pixel-square source is 256 MiB.
@@ -81,7 +87,7 @@ RgbaImage downscaled(const RgbaImage& image, uint32_t maxSide) {
 
 std::optional<std::string> thumbnail(std::string_view data) {
   if (data.size() >= kMaxInputBytes) return std::nullopt;
-  const auto image = decodeIcon(data);
+  const auto image = decodeIcon(data, kThumbnailSide);
   if (!image) return std::nullopt;
   return encodePng(downscaled(*image, kThumbnailSide));
 }
