@@ -70,7 +70,11 @@ bool writeNewPrivateFile(const fs::path& path, std::string_view bytes) {
 
 FaviconStore::FaviconStore(std::optional<fs::path> directory, std::shared_ptr<IconFetcher> fetcher,
                            Clock clock)
-    : directory_(std::move(directory)), fetcher_(std::move(fetcher)), clock_(std::move(clock)) {}
+    : directory_(std::move(directory)), fetcher_(std::move(fetcher)), clock_(std::move(clock)) {
+  // A folder left by an earlier build is closed to other users at once, not only once
+  // the next icon is written.
+  if (directory_) ::chmod(directory_->c_str(), 0700);
+}
 
 FaviconStore& FaviconStore::shared() {
   static FaviconStore store(defaultDirectory(processEnvironment()),

@@ -130,6 +130,9 @@ TEST_F(FaviconStoreTest, CacheFolderAndFilesAreTheUsersAlone) {
                               fs::perms::group_exec | fs::perms::others_exec);
   writeCacheFile(kOtherIcon, 60);
   fs::permissions(*store->cacheFile(kOtherIcon), fileMode | fs::perms::others_read);
+  makeStore(folder);  // opening the cache closes the folder
+  EXPECT_EQ(mode(folder), folderMode);
+  fs::permissions(folder, fs::perms::others_read | fs::perms::others_exec, fs::perm_options::add);
   server.script(kIcon, {.body = pngOfSide(16)});
   ASSERT_TRUE(store->icon(kPage, {}, true));
   EXPECT_EQ(mode(folder), folderMode);
