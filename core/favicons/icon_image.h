@@ -45,8 +45,9 @@ std::optional<RgbaImage> decodeGif(std::string_view bytes);
 // `minSide`, so a large photo never exists at full size. At most 64 scans are read.
 std::optional<RgbaImage> decodeJpeg(std::string_view bytes, uint32_t minSide = kMaxSide);
 
-// A still WebP (lossy or lossless, with or without alpha), scaled while it is decoded to
-// fittedSides(minSide) when it is larger. Animations are absent.
+// A WebP (lossy or lossless, with or without alpha), scaled while it is decoded to
+// fittedSides(minSide) when it is larger; of an animation, the first frame on its
+// canvas, at full size.
 std::optional<RgbaImage> decodeWebp(std::string_view bytes, uint32_t minSide = kMaxSide);
 
 // A BMP file: a BITMAPINFOHEADER (or a later version of it), uncompressed, 1, 4, 8, 24

@@ -11,6 +11,7 @@
 #include <png.h>
 #include <unistd.h>
 #include <webp/encode.h>
+#include <webp/mux.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -149,6 +150,37 @@ std::string webp(const RgbaImage& image, bool lossless = true) {
                                 static_cast<int>(image.height), stride, 90, &data);
   std::string out(reinterpret_cast<const char*>(data), size);
   WebPFree(data);
+  return out;
+}
+
+// An animated WebP of the given frames, one after the other, 100 ms each.
+std::string animatedWebp(const std::vector<RgbaImage>& frames) {
+  WebPAnimEncoderOptions options;
+  WebPAnimEncoderOptionsInit(&options);
+  WebPAnimEncoder* encoder = WebPAnimEncoderNew(static_cast<int>(frames[0].width),
+                                                static_cast<int>(frames[0].height), &options);
+  WebPConfig config;
+  WebPConfigInit(&config);
+  config.lossless = 1;
+  int at = 0;
+  for (const RgbaImage& image : frames) {
+    WebPPicture picture;
+    WebPPictureInit(&picture);
+    picture.use_argb = 1;
+    picture.width = static_cast<int>(image.width);
+    picture.height = static_cast<int>(image.height);
+    WebPPictureImportRGBA(&picture, image.pixels.data(), static_cast<int>(image.width * 4));
+    WebPAnimEncoderAdd(encoder, &picture, at, &config);
+    WebPPictureFree(&picture);
+    at += 100;
+  }
+  WebPAnimEncoderAdd(encoder, nullptr, at, nullptr);
+  WebPData data;
+  WebPDataInit(&data);
+  WebPAnimEncoderAssemble(encoder, &data);
+  std::string out(reinterpret_cast<const char*>(data.bytes), data.size);
+  WebPDataClear(&data);
+  WebPAnimEncoderDelete(encoder);
   return out;
 }
 
@@ -407,6 +439,11 @@ TEST(IconImageTest, WebpStillImagesExactlyAndLargeOnesScaledWhileDecoding) {
   const auto scaled = IconImage::decodeWebp(webp(solid(1000, 500, {9, 9, 9, 255})), 64);
   ASSERT_TRUE(scaled);
   EXPECT_EQ(*scaled, solid(64, 32, {9, 9, 9, 255}));
+  // Of an animation, the first frame.
+  const RgbaImage red = solid(6, 4, {200, 0, 0, 255}), blue = solid(6, 4, {0, 0, 200, 255});
+  EXPECT_EQ(IconImage::decodeIcon(animatedWebp({red, blue})), red);
+  EXPECT_EQ(IconImage::decodeIcon(animatedWebp({blue, red})), blue);
+
   const std::string good = webp(image);
   EXPECT_FALSE(IconImage::decodeWebp(good.substr(0, good.size() - 4)));
   EXPECT_FALSE(IconImage::decodeWebp(webp(solid(4097, 1, {0, 0, 0, 255}))));
