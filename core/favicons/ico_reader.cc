@@ -67,8 +67,16 @@ std::optional<BmpLayout> bmpLayout(std::string_view bytes, BmpForm form) {
   const auto statedHeight = static_cast<int32_t>(u32At(bytes, at + 8));
   BmpLayout layout;
   layout.bitsPerPixel = u16At(bytes, at + 14);
-  const uint32_t compression = u32At(bytes, at + 16);
+  uint32_t compression = u32At(bytes, at + 16);
   const uint32_t colorsUsed = u32At(bytes, at + 32);
+  // 32-bit files with alpha usually state their channel masks (BI_BITFIELDS); those with
+  // the usual blue, green, red, alpha byte order read as uncompressed ones.
+  constexpr uint32_t kBitFields = 3;
+  if (form == BmpForm::file && compression == kBitFields && layout.bitsPerPixel == 32 &&
+      bytes.size() >= at + kBitmapInfoHeaderSize + 12 && u32At(bytes, at + 40) == 0x00ff0000 &&
+      u32At(bytes, at + 44) == 0x0000ff00 && u32At(bytes, at + 48) == 0x000000ff) {
+    compression = 0;
+  }
   if (headerSize < kBitmapInfoHeaderSize || headerSize > bytes.size() - at || compression != 0 ||
       width < 1 || statedHeight == 0 || statedHeight == INT32_MIN) {
     return std::nullopt;

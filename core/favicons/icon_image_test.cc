@@ -456,6 +456,12 @@ TEST(IconImageTest, BmpFilesOfEveryRowOrderAndHostileHeaders) {
   // 32-bit pixels with nothing in the alpha byte are opaque; with alpha, they keep it.
   EXPECT_EQ(IconImage::decodeBmp(bmp(2, 2, {1, 2, 3, 0}, 32)), solid(2, 2, {1, 2, 3, 255}));
   EXPECT_EQ(IconImage::decodeBmp(bmp(2, 2, {1, 2, 3, 7}, 32)), solid(2, 2, {1, 2, 3, 7}));
+  // The same with its channel masks stated (BI_BITFIELDS), as 32-bit files with alpha are
+  // usually written; masks in another order are refused.
+  std::string fields = patched(patched(bmp(2, 3, {1, 2, 3, 7}, 32), 30, 3, 4), 10, 54 + 12, 4);
+  fields.insert(54, std::string("\0\0\xff\0\0\xff\0\0\xff\0\0\0", 12));
+  EXPECT_EQ(IconImage::decodeBmp(fields), solid(2, 3, {1, 2, 3, 7}));
+  EXPECT_FALSE(IconImage::decodeBmp(patched(fields, 54, 0xff, 4)));
   // Bottom row first: the top row is the last one written.
   std::string rows = bmp(1, 2, green);
   rows[54 + 4 + 2] = static_cast<char>(255);
