@@ -206,7 +206,7 @@ std::optional<RgbaImage> decodeBmp(std::string_view bytes) {
 std::optional<RgbaImage> decodeIcon(std::string_view bytes, uint32_t minSide) {
   // Formats are told by their signatures, as the platform's decoder does, not by the
   // type a server claims.
-  if (bytes.starts_with(kPngSignature)) return decodePng(bytes);
+  if (bytes.starts_with(kPngSignature)) return decodePng(bytes, minSide);
   if (bytes.starts_with("GIF87a") || bytes.starts_with("GIF89a")) return decodeGif(bytes);
   if (bytes.starts_with("\xff\xd8\xff")) return decodeJpeg(bytes, minSide);
   if (bytes.size() >= 12 && bytes.starts_with("RIFF") && bytes.substr(8, 4) == "WEBP") {

@@ -33,8 +33,10 @@ inline constexpr size_t kMaxFrames = 16;          // ICO directory entries looke
 inline constexpr size_t kMaxInputBytes = 524288;  // thumbnail refuses this size and more
 inline constexpr uint32_t kThumbnailSide = 64;
 
-// A PNG of any colour type, bit depth or interlacing, as RGBA.
-std::optional<RgbaImage> decodePng(std::string_view bytes);
+// A PNG of any colour type, bit depth or interlacing, as RGBA. One larger than `minSide`
+// and not interlaced comes out already downscaled to fittedSides(minSide), its rows
+// averaged as they are decoded, so it never exists at full size.
+std::optional<RgbaImage> decodePng(std::string_view bytes, uint32_t minSide = kMaxSide);
 
 // The first frame of a GIF, drawn where it stands on the canvas the file declares
 // (transparent elsewhere); its transparent colour index becomes alpha 0.
@@ -84,14 +86,30 @@ std::optional<RgbaImage> decodeBmpFrame(std::string_view bytes);
 
 // An image of any of the formats above, told by its signature: a PNG, GIF, JPEG, WebP or
 // BMP file, or the widest frame (first on ties) among the ICO frames with both sides
-// within 1...kMaxSide. Absent when there is none or the chosen frame is broken. JPEG and
-// WebP may come out smaller, down to `minSide` on the longer side (see their readers).
+// within 1...kMaxSide. Absent when there is none or the chosen frame is broken. PNG,
+// JPEG and WebP files may come out smaller, down to `minSide` on the longer side (see
+// their readers).
 std::optional<RgbaImage> decodeIcon(std::string_view bytes, uint32_t minSide = kMaxSide);
 
 // `image` area-averaged (premultiplied, so transparent pixels lend no colour) down to at
 // most `maxSide` pixels on its longer side, keeping its aspect ratio; an image that
 // already fits is returned as it is. Precondition: maxSide >= 1.
 RgbaImage downscaled(const RgbaImage& image, uint32_t maxSide);
+
+// downscaled one source row at a time, so that a large image never has to exist whole:
+// give it the rows top to bottom (width * 4 bytes each; rows beyond `height` are
+// ignored, missing ones count as transparent), then take the result. It holds
+// fittedSides(maxSide).first * height pixels of floats meanwhile.
+class RowDownscaler {
+ public:
+  RowDownscaler(uint32_t width, uint32_t height, uint32_t maxSide);
+  void addRow(const uint8_t* rgba);
+  RgbaImage finish();
+
+ private:
+  uint32_t width_, height_, outWidth_ = 0, outHeight_ = 0, rows_ = 0;
+  std::vector<float> narrowed_;  // each source row narrowed to the output width
+};
 
 // The cached form of a downloaded icon: decodeIcon (reduced while decoding where the
 // format allows), downscaled to kThumbnailSide, as PNG.

@@ -336,6 +336,25 @@ TEST(IconImageTest, DownscalingAveragesAreasAndKeepsAspect) {
   EXPECT_EQ(IconImage::downscaled(half, 1).pixels, (std::vector<uint8_t>{0, 0, 255, 128}));
 }
 
+// Large PNGs are averaged row by row as they decode, with the same result as a whole
+// decode followed by downscaling.
+TEST(IconImageTest, LargePngsAreDownscaledWhileTheyDecode) {
+  RgbaImage gradient{300, 130, {}};
+  for (uint32_t y = 0; y < gradient.height; ++y) {
+    for (uint32_t x = 0; x < gradient.width; ++x) {
+      gradient.pixels.insert(gradient.pixels.end(),
+                             {static_cast<uint8_t>(x), static_cast<uint8_t>(y),
+                              static_cast<uint8_t>(x ^ y), static_cast<uint8_t>(x + y)});
+    }
+  }
+  const auto streamed = IconImage::decodePng(png(gradient), 64);
+  ASSERT_TRUE(streamed);
+  EXPECT_EQ(*streamed, IconImage::downscaled(gradient, 64));
+  EXPECT_EQ(IconImage::decodePng(png(gradient)), gradient);
+  EXPECT_EQ(IconImage::decodePng(png(solid(40, 20, {1, 2, 3, 4})), 64),
+            solid(40, 20, {1, 2, 3, 4}));
+}
+
 TEST(IconImageTest, ThumbnailRefusesHalfAMebibyteAndOtherFormats) {
   std::string padded = png(solid(100, 50, {1, 2, 3, 255}));
   padded.resize(IconImage::kMaxInputBytes - 1, '\0');
