@@ -27,11 +27,6 @@ struct CloseGif {
   void operator()(GifFileType* gif) const { DGifCloseFile(gif, nullptr); }
 };
 
-bool withinSides(int width, int height) {
-  return width >= 1 && width <= static_cast<int>(kMaxSide) && height >= 1 &&
-         height <= static_cast<int>(kMaxSide);
-}
-
 // Reads the extension blocks up to the first image, keeping the transparent colour
 // index of a graphic control block (-1 for none).
 bool skipExtension(GifFileType* gif, int& transparent) {

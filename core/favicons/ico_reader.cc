@@ -26,10 +26,6 @@ uint32_t bigEndianU32At(std::string_view bytes, size_t at) {
          static_cast<uint8_t>(bytes[at + 3]);
 }
 
-bool withinSides(uint32_t width, uint32_t height) {
-  return width >= 1 && width <= kMaxSide && height >= 1 && height <= kMaxSide;
-}
-
 // The sides a PNG states in its IHDR chunk, which must come first.
 std::optional<IcoFrame> pngFrame(std::string_view bytes) {
   if (bytes.size() < 24 || !bytes.starts_with(kPngSignature) || bytes.substr(12, 4) != "IHDR") {

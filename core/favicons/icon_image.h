@@ -33,6 +33,12 @@ inline constexpr size_t kMaxFrames = 16;          // ICO directory entries looke
 inline constexpr size_t kMaxInputBytes = 524288;  // thumbnail refuses this size and more
 inline constexpr uint32_t kThumbnailSide = 64;
 
+// True when both sides, as a file declares them, are within 1...kMaxSide: the test every
+// reader makes before it allocates anything of that size.
+constexpr bool withinSides(int64_t width, int64_t height) {
+  return width >= 1 && width <= kMaxSide && height >= 1 && height <= kMaxSide;
+}
+
 // A PNG of any colour type, bit depth or interlacing, as RGBA. One larger than `minSide`
 // and not interlaced comes out already downscaled to fittedSides(minSide), its rows
 // averaged as they are decoded, so it never exists at full size.

@@ -69,8 +69,7 @@ bool readJpeg(std::string_view* bytes, uint32_t minSide, RgbaImage* out) {
   if (jpeg_read_header(&decoder, TRUE) != JPEG_HEADER_OK)
     failQuietly(reinterpret_cast<j_common_ptr>(&decoder));
   // The declared sides are checked before anything of their size is allocated.
-  if (decoder.image_width < 1 || decoder.image_width > kMaxSide || decoder.image_height < 1 ||
-      decoder.image_height > kMaxSide) {
+  if (!withinSides(decoder.image_width, decoder.image_height)) {
     failQuietly(reinterpret_cast<j_common_ptr>(&decoder));
   }
   const bool cmyk = decoder.jpeg_color_space == JCS_CMYK || decoder.jpeg_color_space == JCS_YCCK;

@@ -10,10 +10,6 @@ namespace velto::IconImage {
 
 namespace {
 
-bool withinSides(uint32_t width, uint32_t height) {
-  return width >= 1 && width <= kMaxSide && height >= 1 && height <= kMaxSide;
-}
-
 struct DeleteDemuxer {
   void operator()(WebPDemuxer* demuxer) const { WebPDemuxDelete(demuxer); }
 };
@@ -59,9 +55,7 @@ std::optional<RgbaImage> decodeWebp(std::string_view bytes, uint32_t minSide) {
   }
   const WebPBitstreamFeatures& features = config.input;
   if (features.has_animation) return firstFrame(bytes);
-  if (features.width < 1 || features.height < 1 ||
-      static_cast<uint32_t>(features.width) > kMaxSide ||
-      static_cast<uint32_t>(features.height) > kMaxSide) {
+  if (!withinSides(features.width, features.height)) {
     return std::nullopt;
   }
   RgbaImage image{
