@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -75,11 +76,18 @@ TEST(ProcessRunnerTest, AFailedPollStopsWaitingOnFullPipesBeforeWaitingForTheChi
     bool ok = false;
   };
   auto outcome = std::make_shared<Outcome>();
-  std::thread([outcome] {
-    outcome->ok = runProcess("/bin/sh", {"-c", "sleep 1; head -c 1000000 /dev/zero"}).ok();
+  // The child marks when it runs, so that the limit is lowered only once its pipes exist.
+  const std::string started = ::testing::TempDir() + "velto-poll-" + std::to_string(::getpid());
+  std::thread([outcome, started] {
+    outcome->ok =
+        runProcess("/bin/sh", {"-c", "touch \"$0\"; sleep 1; head -c 1000000 /dev/zero", started})
+            .ok();
     outcome->done = true;
   }).detach();
-  std::this_thread::sleep_for(400ms);
+  for (int waited = 0; waited < 1000 && ::access(started.c_str(), F_OK) != 0; ++waited) {
+    std::this_thread::sleep_for(10ms);
+  }
+  ::unlink(started.c_str());
   rlimit lowered = original;
   lowered.rlim_cur = 2;
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &lowered), 0);
