@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <system_error>
@@ -97,10 +98,25 @@ class SigpipeGuard {
   sigset_t previous_;
 };
 
+using Clock = std::chrono::steady_clock;
+using Deadline = std::optional<Clock::time_point>;
+
+// Milliseconds left for poll: -1 (no limit) without a deadline, 0 once it has passed.
+int pollTimeout(const Deadline& deadline) {
+  if (!deadline) return -1;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
+  return static_cast<int>(std::clamp<int64_t>(left.count(), 0, 60'000));
+}
+
+bool passed(const Deadline& deadline) { return deadline && Clock::now() >= *deadline; }
+
 // Feeds `input` and drains both outputs together, so that a child writing much before
-// reading (or the reverse) never deadlocks against a full pipe.
-void exchange(Descriptor& in, std::string_view input, Descriptor& out, Descriptor& err,
-              ProcessOutput& output) {
+// reading (or the reverse) never deadlocks against a full pipe. Returns false when the
+// deadline passed first. Every pipe end is closed on return: a child blocked on a full
+// pipe (after a failed poll, say) then fails its write instead of waiting for ever while
+// we wait for it.
+bool exchange(Descriptor& in, std::string_view input, Descriptor& out, Descriptor& err,
+              ProcessOutput& output, const Deadline& deadline) {
   SigpipeGuard guard;
   if (input.empty()) in.reset();
   if (in.open()) ::fcntl(in.get(), F_SETFL, ::fcntl(in.get(), F_GETFL) | O_NONBLOCK);
@@ -115,10 +131,15 @@ void exchange(Descriptor& in, std::string_view input, Descriptor& out, Descripto
       source.reset();
     }
   };
+  bool inTime = true;
   while (in.open() || out.open() || err.open()) {
+    if (passed(deadline)) {
+      inTime = false;
+      break;
+    }
     std::array<pollfd, 3> fds{
         {{in.get(), POLLOUT, 0}, {out.get(), POLLIN, 0}, {err.get(), POLLIN, 0}}};
-    if (::poll(fds.data(), fds.size(), -1) < 0) {
+    if (::poll(fds.data(), fds.size(), pollTimeout(deadline)) < 0) {
       if (errno == EINTR) continue;
       break;
     }
@@ -130,13 +151,39 @@ void exchange(Descriptor& in, std::string_view input, Descriptor& out, Descripto
     drain(fds[1], out, output.standardOutput);
     drain(fds[2], err, output.standardError);
   }
+  in.reset();
+  out.reset();
+  err.reset();
+  return inTime;
+}
+
+// Waits for the child to end, until the deadline at most; then kills its whole process
+// group (what it started may hold on to anything) and reaps it.
+int waitForExit(pid_t pid, const Deadline& deadline, bool& killed) {
+  int status = 0;
+  const int flags = deadline ? WNOHANG : 0;
+  while (true) {
+    const pid_t reaped = ::waitpid(pid, &status, killed ? 0 : flags);
+    if (reaped == pid) return status;
+    if (reaped < 0 && errno != EINTR) return -1;
+    if (reaped == 0) {
+      if (passed(deadline)) {
+        ::kill(-pid, SIGKILL);
+        killed = true;
+      } else {
+        ::usleep(5000);
+      }
+    }
+  }
 }
 
 }  // namespace
 
 Result<ProcessOutput> runProcess(const std::string& program,
-                                 const std::vector<std::string>& arguments,
-                                 std::string_view input) {
+                                 const std::vector<std::string>& arguments, std::string_view input,
+                                 std::optional<std::chrono::milliseconds> timeLimit) {
+  const Deadline deadline =
+      timeLimit ? Deadline(Clock::now() + *timeLimit) : Deadline(std::nullopt);
   Descriptor inRead, inWrite, outRead, outWrite, errRead, errWrite;
   if (!makePipe(inRead, inWrite) || !makePipe(outRead, outWrite) || !makePipe(errRead, errWrite)) {
     return startFailure(program, errno);
@@ -152,10 +199,16 @@ Result<ProcessOutput> runProcess(const std::string& program,
   posix_spawn_file_actions_adddup2(&actions, inRead.get(), STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, outWrite.get(), STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, errWrite.get(), STDERR_FILENO);
+  // Its own process group, so that a time limit ends what it started too.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+  posix_spawnattr_setpgroup(&attributes, 0);
   pid_t pid = 0;
   const int spawnError =
-      ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
+      ::posix_spawn(&pid, program.c_str(), &actions, &attributes, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
   if (spawnError != 0) return startFailure(program, spawnError);
 
   // Only the child may hold these ends, or the outputs would never reach end of file.
@@ -164,15 +217,17 @@ Result<ProcessOutput> runProcess(const std::string& program,
   errWrite.reset();
 
   ProcessOutput output;
-  exchange(inWrite, input, outRead, errRead, output);
-
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) {
-      return platformError("Lost track of " + program + ": " +
-                           std::generic_category().message(errno));
-    }
+  bool killed = false;
+  if (!exchange(inWrite, input, outRead, errRead, output, deadline)) {
+    ::kill(-pid, SIGKILL);
+    killed = true;
   }
+  const int status = waitForExit(pid, deadline, killed);
+  if (status < 0) {
+    return platformError("Lost track of " + program + ": " +
+                         std::generic_category().message(errno));
+  }
+  output.timedOut = killed;
   output.exitStatus = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
   return output;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +15,7 @@ struct ProcessOutput {
   int exitStatus = 0;  // the exit code; 128 + the signal number when a signal ended it
   std::string standardOutput;
   std::string standardError;
+  bool timedOut = false;  // it outlived the time limit and was killed
 
   bool operator==(const ProcessOutput&) const = default;
 };
@@ -23,8 +26,13 @@ struct ProcessOutput {
 // reading early is not an error: the rest of the input is dropped. Fails only when the
 // program cannot be started (or the pipes cannot be made); a non-zero exit status is a
 // result, for the caller to judge. Blocks the calling thread; safe to call from any thread.
+//
+// With a `timeLimit`, a program still running when it has passed is killed together with
+// every process it started (its process group), reaped, and reported with `timedOut`
+// and what it wrote until then: the call never takes much longer than the limit.
 Result<ProcessOutput> runProcess(const std::string& program,
                                  const std::vector<std::string>& arguments,
-                                 std::string_view input = {});
+                                 std::string_view input = {},
+                                 std::optional<std::chrono::milliseconds> timeLimit = {});
 
 }  // namespace velto

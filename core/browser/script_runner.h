@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -26,15 +27,28 @@ class ScriptRunner {
 // exits non-zero with a message ending in the error number in parentheses on standard
 // error. A program that cannot be started gives scriptNotCreated; a failed script
 // automationFailure with that number; a reply that cannot be read automationFailure(0).
+//
+// The program may hang (on a permission prompt nobody answers, say), and the one serial
+// script queue must not hang with it: once it outlives the script's own time limit
+// (scriptTimeLimit) plus `grace`, it is killed, with what it started, and the run fails
+// with automationFailure(-1712), the error of a script that timed out.
 class CommandScriptRunner : public ScriptRunner {
  public:
-  CommandScriptRunner(std::string program, std::vector<std::string> arguments);
+  static constexpr std::chrono::milliseconds kDefaultGrace{5000};
+
+  CommandScriptRunner(std::string program, std::vector<std::string> arguments,
+                      std::chrono::milliseconds grace = kDefaultGrace);
   Result<ScriptValue> run(const std::string& source) override;
 
  private:
   std::string program_;
   std::vector<std::string> arguments_;
+  std::chrono::milliseconds grace_;
 };
+
+// The time limit a script sets itself in its first line, "with timeout of N seconds";
+// AppleScript's default for Apple Events, 120 seconds, when it sets none.
+std::chrono::seconds scriptTimeLimit(std::string_view source);
 
 // The error number at the end of a script runner's error message, as in
 // "...: execution error: Not authorized to send Apple events to Safari. (-1743)";

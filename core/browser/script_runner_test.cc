@@ -26,6 +26,29 @@ TEST(ScriptRunnerTest, SourceGoesToStandardInputAndTheReplyIsRead) {
   EXPECT_EQ(counted->int32Value(), static_cast<int32_t>(script.size()));
 }
 
+TEST(ScriptRunnerTest, AStuckProgramIsKilledAfterTheScriptsOwnLimitAndAGrace) {
+  using namespace std::chrono_literals;
+  CommandScriptRunner stuck("/bin/sh", {"-c", "cat >/dev/null; sleep 30"}, 200ms);
+  const auto started = std::chrono::steady_clock::now();
+  const auto result = stuck.run("with timeout of 1 seconds\n    tell application id \"x\"");
+  const auto took = std::chrono::steady_clock::now() - started;
+  ASSERT_FALSE(result.ok());
+  EXPECT_EQ(result.error(), VeltoError::automationFailure(-1712));
+  EXPECT_GE(took, 1200ms);
+  EXPECT_LT(took, 5s);
+}
+
+TEST(ScriptRunnerTest, TimeLimitIsTheScriptsOwn) {
+  using namespace std::chrono_literals;
+  EXPECT_EQ(scriptTimeLimit(BrowserScripts::snapshotScript(Browser::safari)), 12s);
+  EXPECT_EQ(scriptTimeLimit("with timeout of 10 seconds\nend timeout"), 10s);
+  for (const char* other : {"tell application", "", "with timeout of x seconds",
+                            "with timeout of -3 seconds", " with timeout of 5 seconds"}) {
+    EXPECT_EQ(scriptTimeLimit(other), 120s) << other;
+  }
+  EXPECT_EQ(scriptTimeLimit("with timeout of 99999999999 seconds"), 86400s);
+}
+
 TEST(ScriptRunnerTest, FailuresMapToUserSentencesByTheLastErrorNumber) {
   const struct {
     std::string standardError;

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "core/policy/tab_policy.h"
+#include "core/support/host_name.h"
 #include "core/support/url.h"
 
 namespace velto::FaviconPolicy {
@@ -17,12 +18,6 @@ std::string lowercased(std::string_view text) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
   }
   return out;
-}
-
-std::string normalizedHost(std::string_view host) {
-  while (!host.empty() && host.front() == '.') host.remove_prefix(1);
-  while (!host.empty() && host.back() == '.') host.remove_suffix(1);
-  return lowercased(host);
 }
 
 // Digits of every script count, not only ASCII ones: a resolver that maps fullwidth
@@ -44,9 +39,9 @@ bool isNumbersAndDots(std::string_view host) {
   return true;
 }
 
-// A decoded host written back into a URL. Characters that would end the host ("/", "?",
-// "#", "@") or could not stand in it stay encoded, so the URL names the host that was
-// checked and no other; non-ASCII stays as it is for the resolver's IDNA mapping.
+// A canonical host written back into a URL. Characters that would end the host ("/",
+// "?", "#", "@") or could not stand in it stay encoded, so the URL names the host that
+// was checked and no other.
 std::string encodedHost(std::string_view host) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   std::string out;
@@ -54,8 +49,7 @@ std::string encodedHost(std::string_view host) {
     const auto byte = static_cast<unsigned char>(c);
     const bool alphanumeric =
         (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-    if (byte >= 0x80 || alphanumeric ||
-        std::string_view("-._~!$&'()*+,;=:").find(c) != std::string_view::npos) {
+    if (alphanumeric || std::string_view("-._~!$&'()*+,;=:").find(c) != std::string_view::npos) {
       out.push_back(c);
     } else {
       out.append({'%', kDigits[byte >> 4], kDigits[byte & 0x0f]});
@@ -72,13 +66,27 @@ bool isNameOrSubdomain(std::string_view host, std::string_view name) {
 }  // namespace
 
 bool isPublicHostname(std::string_view rawHost) {
-  const std::string host = normalizedHost(rawHost);
-  if (host.find('.') == std::string::npos || host.find_first_of(":[") != std::string::npos) {
+  // The reserved names are tested on the form the name is looked up in: "a.ｌｏｃａｌ"
+  // is "a.local" to every resolver that maps it.
+  const auto host = canonicalHost(rawHost);
+  if (!host || host->find('.') == std::string::npos ||
+      host->find_first_of(":[") != std::string::npos) {
     return false;
   }
-  if (isNumbersAndDots(host)) return false;
+  // Digits that IDNA keeps as they are (other scripts' own) still read as a number to a
+  // resolver that maps them, so the name as given is tested too.
+  if (isNumbersAndDots(*host) || isNumbersAndDots(lowercased(rawHost))) return false;
   return std::none_of(std::begin(kReservedNames), std::end(kReservedNames),
-                      [&](std::string_view name) { return isNameOrSubdomain(host, name); });
+                      [&](std::string_view name) { return isNameOrSubdomain(*host, name); });
+}
+
+std::optional<std::string> withCanonicalHost(std::string_view text) {
+  auto url = Url::parse(text);
+  if (!url || !url->hasHost) return std::nullopt;
+  auto host = canonicalHost(url->host);
+  if (!host || host->empty()) return std::nullopt;
+  url->host = encodedHost(*host);
+  return url->text();
 }
 
 std::optional<std::string> iconURL(std::string_view pageURL,
@@ -87,7 +95,7 @@ std::optional<std::string> iconURL(std::string_view pageURL,
   const auto page = TabPolicy::safeURL(pageURL);
   if (!page || !page->hasHost || !isPublicHostname(page->host)) return std::nullopt;
   if (page->port && *page->port != 80 && *page->port != 443) return std::nullopt;
-  std::string host = normalizedHost(page->host);
+  std::string host = canonicalHost(page->host).value_or("");
   if (host == kVideoShortLinkHost || isNameOrSubdomain(host, kVideoDomain)) {
     host = kVideoWWWHost;
   }
@@ -106,9 +114,12 @@ bool allowsRedirect(std::string_view text, const std::vector<std::string>& exclu
 std::vector<std::string> candidates(std::string_view iconURL,
                                     const std::vector<std::string>& exclusions) {
   std::vector<std::string> all;
-  const auto icon = Url::parse(iconURL);
+  // Addresses are handed on with the host in the form it was checked in, so the network
+  // library never maps a name by itself.
+  const auto canonical = withCanonicalHost(iconURL);
+  const auto icon = canonical ? Url::parse(*canonical) : std::nullopt;
   if (icon && icon->host == kVideoWWWHost) all.emplace_back(kVideoFixedIconURL);
-  all.emplace_back(iconURL);
+  all.emplace_back(canonical.value_or(std::string(iconURL)));
   if (icon) {
     Url sibling = *icon;
     sibling.host = encodedHost(sibling.host);

@@ -1,6 +1,11 @@
 #include "core/favicons/favicon_store.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 #include <iterator>
 
@@ -33,11 +38,43 @@ std::optional<std::string> readPrefix(const fs::path& path, size_t limit) {
   return data;
 }
 
+// The cache folder and any missing folder above it, created 0700; an existing cache
+// folder is tightened to 0700. Its file names are hashes of addresses anyone can
+// compute, so a listing readable by other users tells them which sites were visited.
+bool makePrivateFolder(const fs::path& folder) {
+  fs::path partial;
+  for (const fs::path& part : folder) {
+    partial /= part;
+    if (::mkdir(partial.c_str(), 0700) != 0 && errno != EEXIST) return false;
+  }
+  struct stat info {};
+  if (::stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return false;
+  return (info.st_mode & 0777) == 0700 || ::chmod(folder.c_str(), 0700) == 0;
+}
+
+// Created 0600 and exclusively: the file never exists with wider permissions.
+bool writeNewPrivateFile(const fs::path& path, std::string_view bytes) {
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd < 0) return false;
+  bool written = true;
+  while (written && !bytes.empty()) {
+    const ssize_t count = ::write(fd, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    written = count > 0;
+    if (written) bytes.remove_prefix(static_cast<size_t>(count));
+  }
+  return ::close(fd) == 0 && written;
+}
+
 }  // namespace
 
 FaviconStore::FaviconStore(std::optional<fs::path> directory, std::shared_ptr<IconFetcher> fetcher,
                            Clock clock)
-    : directory_(std::move(directory)), fetcher_(std::move(fetcher)), clock_(std::move(clock)) {}
+    : directory_(std::move(directory)), fetcher_(std::move(fetcher)), clock_(std::move(clock)) {
+  // A folder left by an earlier build is closed to other users at once, not only once
+  // the next icon is written.
+  if (directory_) ::chmod(directory_->c_str(), 0700);
+}
 
 FaviconStore& FaviconStore::shared() {
   static FaviconStore store(defaultDirectory(processEnvironment()),
@@ -139,22 +176,16 @@ FaviconStore::Answer FaviconStore::fromNetwork(const std::string& iconURL,
 
 void FaviconStore::writeToDisk(const std::string& iconURL, const std::string& png) {
   const auto file = cacheFile(iconURL);
-  if (!file) return;
-  std::error_code error;
-  fs::create_directories(*directory_, error);
+  if (!file || !makePrivateFolder(*directory_)) return;
   uint8_t suffix[8];
   if (!secureRandomBytes(suffix, sizeof suffix)) return;
   // Written beside its final name and renamed, so a reader never sees half a file.
   fs::path temporary = *file;
   temporary += ".tmp-" + hexLower(suffix, sizeof suffix);
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    out.write(png.data(), static_cast<std::streamsize>(png.size()));
-    if (!out.flush()) {
-      out.close();
-      fs::remove(temporary, error);
-      return;
-    }
+  std::error_code error;
+  if (!writeNewPrivateFile(temporary, png)) {
+    fs::remove(temporary, error);
+    return;
   }
   fs::rename(temporary, *file, error);
   if (error) fs::remove(temporary, error);
@@ -202,6 +233,9 @@ void FaviconStore::pruneDisk() {
   for (size_t index = 0; index < files.size(); ++index) {
     if (index >= kMaxDiskFiles || secondsBetween(files[index].first, now) > kLifetimeSeconds) {
       fs::remove(files[index].second, error);
+    } else {
+      // Files written by earlier builds were readable by everyone.
+      fs::permissions(files[index].second, fs::perms::owner_read | fs::perms::owner_write, error);
     }
   }
 }

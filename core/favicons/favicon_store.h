@@ -35,7 +35,9 @@ class FaviconStore {
   using Clock = std::function<Date()>;
 
   // `directory` holds the disk cache (absent: no disk cache); it is created when first
-  // written. `fetcher` is used for every download.
+  // written. The folder and its files are the user's alone (0700, 0600): an existing
+  // folder is tightened here, files written by earlier builds when the disk is pruned. `fetcher` is
+  // used for every download.
   FaviconStore(std::optional<std::filesystem::path> directory, std::shared_ptr<IconFetcher> fetcher,
                Clock clock = now);
 

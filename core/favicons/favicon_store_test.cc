@@ -120,6 +120,33 @@ TEST_F(FaviconStoreTest, DiskEntriesServeUnderSevenDaysAndPruningKeepsThe256Newe
   EXPECT_TRUE(fs::exists(*store->cacheFile(icon(4))));
 }
 
+// Cache file names are hashes of addresses anyone can compute: other users must not be
+// able to list the folder or read its files, nor those written by earlier builds.
+TEST_F(FaviconStoreTest, CacheFolderAndFilesAreTheUsersAlone) {
+  const auto mode = [](const fs::path& path) { return fs::status(path).permissions(); };
+  const fs::perms folderMode = fs::perms::owner_all,
+                  fileMode = fs::perms::owner_read | fs::perms::owner_write;
+  fs::permissions(folder, fs::perms::owner_all | fs::perms::group_read | fs::perms::others_read |
+                              fs::perms::group_exec | fs::perms::others_exec);
+  writeCacheFile(kOtherIcon, 60);
+  fs::permissions(*store->cacheFile(kOtherIcon), fileMode | fs::perms::others_read);
+  makeStore(folder);  // opening the cache closes the folder
+  EXPECT_EQ(mode(folder), folderMode);
+  fs::permissions(folder, fs::perms::others_read | fs::perms::others_exec, fs::perm_options::add);
+  server.script(kIcon, {.body = pngOfSide(16)});
+  ASSERT_TRUE(store->icon(kPage, {}, true));
+  EXPECT_EQ(mode(folder), folderMode);
+  EXPECT_EQ(mode(*store->cacheFile(kIcon)), fileMode);
+  EXPECT_EQ(mode(*store->cacheFile(kOtherIcon)), fileMode);
+
+  const fs::path nested = folder / "app" / "Favicons";
+  const auto fresh = makeStore(nested);
+  ASSERT_TRUE(fresh->icon("https://site.velto-test.net/b", {}, true));
+  EXPECT_EQ(mode(folder / "app"), folderMode);
+  EXPECT_EQ(mode(nested), folderMode);
+  EXPECT_EQ(mode(*fresh->cacheFile(kIcon)), fileMode);
+}
+
 TEST_F(FaviconStoreTest, ConcurrentRequestsShareOneDownload) {
   server.script(kIcon, {.body = pngOfSide(48), .delay = std::chrono::milliseconds(300)});
   std::vector<std::optional<std::string>> answers(20);

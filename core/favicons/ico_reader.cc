@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdint>
 
 #include "core/favicons/icon_image.h"
 
@@ -8,6 +9,7 @@ namespace {
 
 constexpr std::string_view kPngSignature("\x89PNG\r\n\x1a\n", 8);
 constexpr size_t kBitmapInfoHeaderSize = 40;
+constexpr size_t kBitmapFileHeaderSize = 14;
 
 uint32_t u16At(std::string_view bytes, size_t at) {
   return static_cast<uint8_t>(bytes[at]) | static_cast<uint8_t>(bytes[at + 1]) << 8;
@@ -22,10 +24,6 @@ uint32_t bigEndianU32At(std::string_view bytes, size_t at) {
          static_cast<uint32_t>(static_cast<uint8_t>(bytes[at + 1])) << 16 |
          static_cast<uint32_t>(static_cast<uint8_t>(bytes[at + 2])) << 8 |
          static_cast<uint8_t>(bytes[at + 3]);
-}
-
-bool withinSides(uint32_t width, uint32_t height) {
-  return width >= 1 && width <= kMaxSide && height >= 1 && height <= kMaxSide;
 }
 
 // The sides a PNG states in its IHDR chunk, which must come first.
@@ -48,23 +46,45 @@ struct BmpLayout {
   size_t maskAt = 0;
   size_t maskStride = 0;
   bool hasMask = false;
+  bool topDown = false;
 };
 
-std::optional<BmpLayout> bmpLayout(std::string_view bytes) {
-  if (bytes.size() < kBitmapInfoHeaderSize) return std::nullopt;
-  const uint32_t headerSize = u32At(bytes, 0);
-  const auto width = static_cast<int32_t>(u32At(bytes, 4));
-  const auto statedHeight = static_cast<int32_t>(u32At(bytes, 8));
+// An ICO frame is a BMP without the file header, its stated height doubled for the AND
+// mask that follows the pixels; a BMP file has the file header (which says where the
+// pixels start), its own height (negative for rows top to bottom) and no mask.
+enum class BmpForm { icoFrame, file };
+
+std::optional<BmpLayout> bmpLayout(std::string_view bytes, BmpForm form) {
+  const size_t at = form == BmpForm::file ? kBitmapFileHeaderSize : 0;
+  if (bytes.size() < at + kBitmapInfoHeaderSize) return std::nullopt;
+  if (form == BmpForm::file && !bytes.starts_with("BM")) return std::nullopt;
+  const uint32_t headerSize = u32At(bytes, at);
+  const auto width = static_cast<int32_t>(u32At(bytes, at + 4));
+  const auto statedHeight = static_cast<int32_t>(u32At(bytes, at + 8));
   BmpLayout layout;
-  layout.bitsPerPixel = u16At(bytes, 14);
-  const uint32_t compression = u32At(bytes, 16);
-  const uint32_t colorsUsed = u32At(bytes, 32);
-  if (headerSize < kBitmapInfoHeaderSize || headerSize > bytes.size() || compression != 0 ||
-      width < 1 || statedHeight < 2) {
+  layout.bitsPerPixel = u16At(bytes, at + 14);
+  uint32_t compression = u32At(bytes, at + 16);
+  const uint32_t colorsUsed = u32At(bytes, at + 32);
+  // 32-bit files with alpha usually state their channel masks (BI_BITFIELDS); those with
+  // the usual blue, green, red, alpha byte order read as uncompressed ones.
+  constexpr uint32_t kBitFields = 3;
+  if (form == BmpForm::file && compression == kBitFields && layout.bitsPerPixel == 32 &&
+      bytes.size() >= at + kBitmapInfoHeaderSize + 12 && u32At(bytes, at + 40) == 0x00ff0000 &&
+      u32At(bytes, at + 44) == 0x0000ff00 && u32At(bytes, at + 48) == 0x000000ff) {
+    compression = 0;
+  }
+  if (headerSize < kBitmapInfoHeaderSize || headerSize > bytes.size() - at || compression != 0 ||
+      width < 1 || statedHeight == 0 || statedHeight == INT32_MIN) {
     return std::nullopt;
   }
   layout.width = static_cast<uint32_t>(width);
-  layout.height = static_cast<uint32_t>(statedHeight) / 2;
+  if (form == BmpForm::icoFrame) {
+    if (statedHeight < 2) return std::nullopt;
+    layout.height = static_cast<uint32_t>(statedHeight) / 2;
+  } else {
+    layout.topDown = statedHeight < 0;
+    layout.height = static_cast<uint32_t>(statedHeight < 0 ? -statedHeight : statedHeight);
+  }
   switch (layout.bitsPerPixel) {
     case 1:
     case 4:
@@ -81,9 +101,18 @@ std::optional<BmpLayout> bmpLayout(std::string_view bytes) {
       return std::nullopt;
   }
   if (!withinSides(layout.width, layout.height)) return layout;  // sized, never decoded
-  layout.paletteAt = headerSize;
-  layout.pixelsAt = layout.paletteAt + size_t{layout.paletteSize} * 4;
+  layout.paletteAt = at + headerSize;
   layout.pixelStride = (size_t{layout.width} * layout.bitsPerPixel + 31) / 32 * 4;
+  const size_t paletteEnd = layout.paletteAt + size_t{layout.paletteSize} * 4;
+  if (form == BmpForm::file) {
+    layout.pixelsAt = u32At(bytes, 10);
+    if (paletteEnd > bytes.size() || layout.pixelsAt > bytes.size() ||
+        layout.pixelStride * layout.height > bytes.size() - layout.pixelsAt) {
+      return std::nullopt;
+    }
+    return layout;
+  }
+  layout.pixelsAt = paletteEnd;
   layout.maskAt = layout.pixelsAt + layout.pixelStride * layout.height;
   layout.maskStride = (size_t{layout.width} + 31) / 32 * 4;
   if (layout.maskAt > bytes.size()) return std::nullopt;
@@ -108,15 +137,17 @@ std::optional<std::vector<IcoFrame>> icoFrames(std::string_view bytes) {
     const std::string_view data = bytes.substr(offset, size);
     if (auto frame = pngFrame(data)) {
       frames.push_back(*frame);
-    } else if (const auto layout = bmpLayout(data)) {
+    } else if (const auto layout = bmpLayout(data, BmpForm::icoFrame)) {
       frames.push_back({IcoFrame::Kind::bmp, layout->width, layout->height, data});
     }
   }
   return frames;
 }
 
-std::optional<RgbaImage> decodeBmpFrame(std::string_view bytes) {
-  const auto layout = bmpLayout(bytes);
+namespace {
+
+std::optional<RgbaImage> decodeBmpPixels(std::string_view bytes, BmpForm form) {
+  const auto layout = bmpLayout(bytes, form);
   if (!layout || !withinSides(layout->width, layout->height)) return std::nullopt;
   const BmpLayout& l = *layout;
   const auto byteAt = [&](size_t at) { return static_cast<uint8_t>(bytes[at]); };
@@ -124,7 +155,8 @@ std::optional<RgbaImage> decodeBmpFrame(std::string_view bytes) {
   RgbaImage image{l.width, l.height, std::vector<uint8_t>(size_t{l.width} * l.height * 4)};
   bool anyAlpha = false;
   for (uint32_t y = 0; y < l.height; ++y) {
-    const size_t rowAt = l.pixelsAt + (l.height - 1 - y) * l.pixelStride;  // bottom-up
+    const size_t row = l.topDown ? y : l.height - 1 - y;  // bottom-up unless stated otherwise
+    const size_t rowAt = l.pixelsAt + row * l.pixelStride;
     uint8_t* out = image.pixels.data() + size_t{y} * l.width * 4;
     for (uint32_t x = 0; x < l.width; ++x, out += 4) {
       size_t color;  // where this pixel's blue, green, red (and alpha) bytes are
@@ -157,8 +189,26 @@ std::optional<RgbaImage> decodeBmpFrame(std::string_view bytes) {
   return image;
 }
 
-std::optional<RgbaImage> decodeIcon(std::string_view bytes) {
-  if (bytes.starts_with(kPngSignature)) return decodePng(bytes);
+}  // namespace
+
+std::optional<RgbaImage> decodeBmpFrame(std::string_view bytes) {
+  return decodeBmpPixels(bytes, BmpForm::icoFrame);
+}
+
+std::optional<RgbaImage> decodeBmp(std::string_view bytes) {
+  return decodeBmpPixels(bytes, BmpForm::file);
+}
+
+std::optional<RgbaImage> decodeIcon(std::string_view bytes, uint32_t minSide) {
+  // Formats are told by their signatures, as the platform's decoder does, not by the
+  // type a server claims.
+  if (bytes.starts_with(kPngSignature)) return decodePng(bytes, minSide);
+  if (bytes.starts_with("GIF87a") || bytes.starts_with("GIF89a")) return decodeGif(bytes);
+  if (bytes.starts_with("\xff\xd8\xff")) return decodeJpeg(bytes, minSide);
+  if (bytes.size() >= 12 && bytes.starts_with("RIFF") && bytes.substr(8, 4) == "WEBP") {
+    return decodeWebp(bytes, minSide);
+  }
+  if (bytes.starts_with("BM")) return decodeBmp(bytes);
   const auto frames = icoFrames(bytes);
   if (!frames) return std::nullopt;
   const IcoFrame* widest = nullptr;

@@ -12,6 +12,7 @@
 #include <map>
 #include <mutex>
 
+#include "core/support/host_name.h"
 #include "core/support/url.h"
 
 namespace velto {
@@ -71,10 +72,14 @@ std::string normalizedHost(std::string_view host) {
 }
 
 // The host libcurl will contact for `url`, provided it is the host the policy checked;
-// two URL parsers that disagree about a host must not let an unchecked one through.
+// two URL parsers that disagree about a host must not let an unchecked one through. The
+// host must be in canonical ASCII form: libcurl would map any other through IDNA itself
+// and look up a name nobody checked.
 std::optional<std::string> agreedHost(const std::string& url) {
   const auto ours = Url::parse(url);
-  if (!ours || !ours->hasHost) return std::nullopt;
+  if (!ours || !ours->hasHost || canonicalHost(ours->host) != normalizedHost(ours->host)) {
+    return std::nullopt;
+  }
   std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), curl_url_cleanup);
   char* host = nullptr;
   if (!parsed || curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK ||
@@ -289,7 +294,9 @@ IconDownload CurlIconFetcher::download(const FaviconPolicy::IconRequest& request
         !guard.follow(location)) {
       return result;
     }
-    url = std::move(*location);
+    auto next = FaviconPolicy::withCanonicalHost(*location);
+    if (!next) return result;
+    url = std::move(*next);
   }
 }
 

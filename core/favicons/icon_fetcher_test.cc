@@ -78,6 +78,17 @@ TEST_F(IconFetcherTest, RefusesRedirectsOffTheRules) {
   EXPECT_EQ(server.requests(kCdn + "/i.png"), 0);
 }
 
+// libcurl is never handed a name to map through IDNA itself: a redirect to another
+// spelling of a host is followed under the ASCII name that was checked, and an address
+// whose host is not in that form is never fetched.
+TEST_F(IconFetcherTest, HostsGoOutOnlyInTheirCheckedASCIIForm) {
+  server.script(kCdn + "/i.png", {.body = "image"});
+  redirect(kSite + "/r", "https://\uff43\uff44\uff4e.velto-test.net/i.png");
+  EXPECT_EQ(get(kSite + "/r").body, "image");
+  EXPECT_EQ(get("https://\uff43\uff44\uff4e.velto-test.net/i.png").outcome, Outcome::failed);
+  EXPECT_EQ(server.requests(kCdn + "/i.png"), 1);
+}
+
 TEST_F(IconFetcherTest, RefusesBodiesOfHalfAMebibyteWithoutReadingThem) {
   const std::string big(600000, 'x'), fits(IconFetcher::kMaxBodyBytes - 1, 'y');
   server.script(kSite + "/announced", {.body = big});

@@ -1,9 +1,19 @@
 #include "core/favicons/icon_image.h"
 
+// jpeglib.h uses FILE and size_t without declaring them.
+// clang-format off
+#include <cstdio>
+#include <jpeglib.h>
+// clang-format on
+
+#include <gif_lib.h>
 #include <gtest/gtest.h>
 #include <png.h>
 #include <unistd.h>
+#include <webp/encode.h>
+#include <webp/mux.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -52,6 +62,158 @@ std::string ico(const std::vector<std::string>& frames, size_t stated = SIZE_MAX
     out += frames[i];
   }
   return out;
+}
+
+// A GIF through giflib's own encoder: one frame of `indices` into `palette`, at
+// (left, top) on a canvas of canvasWidth x canvasHeight.
+struct GifSpec {
+  int canvasWidth, canvasHeight, left = 0, top = 0, width, height;
+  std::vector<GifColorType> palette;
+  std::vector<GifPixelType> indices;
+  int transparent = NO_TRANSPARENT_COLOR;
+  bool interlace = false;
+};
+int appendGif(GifFileType* gif, const GifByteType* data, int count) {
+  static_cast<std::string*>(gif->UserData)->append(reinterpret_cast<const char*>(data), count);
+  return count;
+}
+std::string gif(const GifSpec& spec) {
+  std::string out;
+  int error = 0;
+  GifFileType* file = EGifOpen(&out, appendGif, &error);
+  ColorMapObject* map =
+      GifMakeMapObject(static_cast<int>(spec.palette.size()), spec.palette.data());
+  EGifSetGifVersion(file, true);
+  EGifPutScreenDesc(file, spec.canvasWidth, spec.canvasHeight, 8, 0, map);
+  GraphicsControlBlock control{};
+  control.TransparentColor = spec.transparent;
+  GifByteType extension[4];
+  EGifPutExtension(file, GRAPHICS_EXT_FUNC_CODE,
+                   static_cast<int>(EGifGCBToExtension(&control, extension)), extension);
+  EGifPutImageDesc(file, spec.left, spec.top, spec.width, spec.height, spec.interlace, nullptr);
+  // Interlaced frames are written in their pass order.
+  std::vector<int> rows;
+  if (spec.interlace) {
+    for (const auto& [start, step] : {std::pair{0, 8}, {4, 8}, {2, 4}, {1, 2}}) {
+      for (int y = start; y < spec.height; y += step) rows.push_back(y);
+    }
+  } else {
+    for (int y = 0; y < spec.height; ++y) rows.push_back(y);
+  }
+  for (const int y : rows) {
+    std::vector<GifPixelType> line(spec.indices.begin() + y * spec.width,
+                                   spec.indices.begin() + (y + 1) * spec.width);
+    EGifPutLine(file, line.data(), spec.width);
+  }
+  EGifCloseFile(file, &error);
+  GifFreeMapObject(map);
+  return out;
+}
+
+// A JPEG of one colour through libjpeg's encoder.
+std::string jpeg(uint32_t width, uint32_t height, Pixel color, bool progressive = false) {
+  jpeg_compress_struct encoder;
+  jpeg_error_mgr errors;
+  encoder.err = jpeg_std_error(&errors);
+  jpeg_create_compress(&encoder);
+  unsigned char* buffer = nullptr;
+  unsigned long size = 0;
+  jpeg_mem_dest(&encoder, &buffer, &size);
+  encoder.image_width = width;
+  encoder.image_height = height;
+  encoder.input_components = 3;
+  encoder.in_color_space = JCS_RGB;
+  jpeg_set_defaults(&encoder);
+  jpeg_set_quality(&encoder, 95, TRUE);
+  if (progressive) jpeg_simple_progression(&encoder);
+  jpeg_start_compress(&encoder, TRUE);
+  std::vector<uint8_t> row;
+  for (uint32_t x = 0; x < width; ++x) row.insert(row.end(), color.begin(), color.begin() + 3);
+  while (encoder.next_scanline < height) {
+    JSAMPROW rows[] = {row.data()};
+    jpeg_write_scanlines(&encoder, rows, 1);
+  }
+  jpeg_finish_compress(&encoder);
+  jpeg_destroy_compress(&encoder);
+  std::string out(reinterpret_cast<const char*>(buffer), size);
+  std::free(buffer);
+  return out;
+}
+
+std::string webp(const RgbaImage& image, bool lossless = true) {
+  uint8_t* data = nullptr;
+  const int stride = static_cast<int>(image.width * 4);
+  const size_t size =
+      lossless ? WebPEncodeLosslessRGBA(image.pixels.data(), static_cast<int>(image.width),
+                                        static_cast<int>(image.height), stride, &data)
+               : WebPEncodeRGBA(image.pixels.data(), static_cast<int>(image.width),
+                                static_cast<int>(image.height), stride, 90, &data);
+  std::string out(reinterpret_cast<const char*>(data), size);
+  WebPFree(data);
+  return out;
+}
+
+// An animated WebP of the given frames, one after the other, 100 ms each.
+std::string animatedWebp(const std::vector<RgbaImage>& frames) {
+  WebPAnimEncoderOptions options;
+  WebPAnimEncoderOptionsInit(&options);
+  WebPAnimEncoder* encoder = WebPAnimEncoderNew(static_cast<int>(frames[0].width),
+                                                static_cast<int>(frames[0].height), &options);
+  WebPConfig config;
+  WebPConfigInit(&config);
+  config.lossless = 1;
+  int at = 0;
+  for (const RgbaImage& image : frames) {
+    WebPPicture picture;
+    WebPPictureInit(&picture);
+    picture.use_argb = 1;
+    picture.width = static_cast<int>(image.width);
+    picture.height = static_cast<int>(image.height);
+    WebPPictureImportRGBA(&picture, image.pixels.data(), static_cast<int>(image.width * 4));
+    WebPAnimEncoderAdd(encoder, &picture, at, &config);
+    WebPPictureFree(&picture);
+    at += 100;
+  }
+  WebPAnimEncoderAdd(encoder, nullptr, at, nullptr);
+  WebPData data;
+  WebPDataInit(&data);
+  WebPAnimEncoderAssemble(encoder, &data);
+  std::string out(reinterpret_cast<const char*>(data.bytes), data.size);
+  WebPDataClear(&data);
+  WebPAnimEncoderDelete(encoder);
+  return out;
+}
+
+// A BMP file: 24 bits per pixel, one colour, rows bottom-up (or top-down).
+std::string bmp(int32_t width, int32_t height, Pixel color, uint32_t bits = 24) {
+  const size_t stride = (size_t(width) * bits + 31) / 32 * 4;
+  std::string out(54 + stride * size_t(std::abs(height)), '\0');
+  out[0] = 'B';
+  out[1] = 'M';
+  out =
+      patched(patched(patched(out, 2, static_cast<uint32_t>(out.size()), 4), 10, 54, 4), 14, 40, 4);
+  out = patched(patched(patched(out, 18, static_cast<uint32_t>(width), 4), 22,
+                        static_cast<uint32_t>(height), 4),
+                26, 1, 2);
+  out = patched(out, 28, bits, 2);
+  for (int32_t y = 0; y < std::abs(height); ++y) {
+    for (int32_t x = 0; x < width; ++x) {
+      const size_t at = 54 + y * stride + x * bits / 8;
+      out[at] = static_cast<char>(color[2]);
+      out[at + 1] = static_cast<char>(color[1]);
+      out[at + 2] = static_cast<char>(color[0]);
+      if (bits == 32) out[at + 3] = static_cast<char>(color[3]);
+    }
+  }
+  return out;
+}
+
+// True when every pixel is within `tolerance` of `color` (lossy formats).
+bool near(const RgbaImage& image, Pixel color, int tolerance = 6) {
+  for (size_t at = 0; at < image.pixels.size(); ++at) {
+    if (std::abs(image.pixels[at] - color[at % 4]) > tolerance) return false;
+  }
+  return !image.pixels.empty();
 }
 
 // libpng's simplified writer, for colour types our own encoder never produces.
@@ -174,6 +336,25 @@ TEST(IconImageTest, DownscalingAveragesAreasAndKeepsAspect) {
   EXPECT_EQ(IconImage::downscaled(half, 1).pixels, (std::vector<uint8_t>{0, 0, 255, 128}));
 }
 
+// Large PNGs are averaged row by row as they decode, with the same result as a whole
+// decode followed by downscaling.
+TEST(IconImageTest, LargePngsAreDownscaledWhileTheyDecode) {
+  RgbaImage gradient{300, 130, {}};
+  for (uint32_t y = 0; y < gradient.height; ++y) {
+    for (uint32_t x = 0; x < gradient.width; ++x) {
+      gradient.pixels.insert(gradient.pixels.end(),
+                             {static_cast<uint8_t>(x), static_cast<uint8_t>(y),
+                              static_cast<uint8_t>(x ^ y), static_cast<uint8_t>(x + y)});
+    }
+  }
+  const auto streamed = IconImage::decodePng(png(gradient), 64);
+  ASSERT_TRUE(streamed);
+  EXPECT_EQ(*streamed, IconImage::downscaled(gradient, 64));
+  EXPECT_EQ(IconImage::decodePng(png(gradient)), gradient);
+  EXPECT_EQ(IconImage::decodePng(png(solid(40, 20, {1, 2, 3, 4})), 64),
+            solid(40, 20, {1, 2, 3, 4}));
+}
+
 TEST(IconImageTest, ThumbnailRefusesHalfAMebibyteAndOtherFormats) {
   std::string padded = png(solid(100, 50, {1, 2, 3, 255}));
   padded.resize(IconImage::kMaxInputBytes - 1, '\0');
@@ -183,6 +364,135 @@ TEST(IconImageTest, ThumbnailRefusesHalfAMebibyteAndOtherFormats) {
   padded.push_back('\0');
   EXPECT_FALSE(IconImage::thumbnail(padded));
   EXPECT_FALSE(IconImage::thumbnail("<svg xmlns='http://www.w3.org/2000/svg'/>"));
+}
+
+TEST(IconImageTest, GifFirstFrameOnItsCanvasWithTransparency) {
+  const GifColorType red{200, 0, 0}, blue{0, 0, 200};
+  // 3 x 2 at (1, 1) on a 4 x 3 canvas; index 1 is transparent.
+  const std::string small = gif({.canvasWidth = 4,
+                                 .canvasHeight = 3,
+                                 .left = 1,
+                                 .top = 1,
+                                 .width = 3,
+                                 .height = 2,
+                                 .palette = {red, blue},
+                                 .indices = {0, 1, 0, 1, 0, 0},
+                                 .transparent = 1});
+  const auto image = IconImage::decodeIcon(small);
+  ASSERT_TRUE(image);
+  RgbaImage expected = solid(4, 3, {0, 0, 0, 0});
+  for (const auto& [x, y] : {std::pair{1, 1}, {3, 1}, {2, 2}, {3, 2}}) {
+    std::copy_n(Pixel{200, 0, 0, 255}.begin(), 4, &expected.pixels[(y * 4 + x) * 4]);
+  }
+  EXPECT_EQ(*image, expected);
+
+  // Interlaced rows land where they belong.
+  std::vector<GifPixelType> stripes(2 * 11);
+  for (size_t i = 0; i < stripes.size(); ++i) stripes[i] = (i / 2) % 2;
+  const auto striped = IconImage::decodeGif(gif({.canvasWidth = 2,
+                                                 .canvasHeight = 11,
+                                                 .width = 2,
+                                                 .height = 11,
+                                                 .palette = {red, blue},
+                                                 .indices = stripes,
+                                                 .interlace = true}));
+  ASSERT_TRUE(striped);
+  for (uint32_t y = 0; y < 11; ++y) EXPECT_EQ(striped->pixels[y * 8], y % 2 ? 0 : 200) << y;
+
+  // A frame larger than its canvas stands alone; truncated files and ones declaring
+  // sides beyond 4096 are refused before anything of that size exists.
+  EXPECT_EQ(IconImage::decodeGif(gif({.canvasWidth = 1,
+                                      .canvasHeight = 1,
+                                      .width = 2,
+                                      .height = 1,
+                                      .palette = {red, blue},
+                                      .indices = {0, 0}}))
+                ->width,
+            2u);
+  EXPECT_FALSE(IconImage::decodeGif(small.substr(0, small.size() - 8)));
+  // Screen descriptor at 6; after the two-colour table and the control extension, the
+  // frame's width at 32.
+  EXPECT_FALSE(IconImage::decodeGif(patched(patched(small, 6, 5000, 2), 8, 5000, 2)));
+  EXPECT_FALSE(IconImage::decodeGif(patched(small, 32, 5000, 2)));
+}
+
+TEST(IconImageTest, JpegDecodesAtTheSmallestScaleThatStillFillsTheThumbnail) {
+  const Pixel teal{0, 128, 128, 255};
+  const auto small = IconImage::decodeIcon(jpeg(20, 10, teal));
+  ASSERT_TRUE(small);
+  EXPECT_EQ(std::pair(small->width, small->height), std::pair(20u, 10u));
+  EXPECT_TRUE(near(*small, teal));
+
+  // 1/8 keeps 1000 pixels at 125, above 64; 1/8 of 400 would be 50, so 1/4 is used.
+  for (const auto& [side, decoded] : {std::pair{1000u, 125u}, {400u, 100u}, {100u, 100u}}) {
+    for (const bool progressive : {false, true}) {
+      const auto image = IconImage::decodeJpeg(jpeg(side, side / 2, teal, progressive), 64);
+      ASSERT_TRUE(image) << side;
+      EXPECT_EQ(std::pair(image->width, image->height), std::pair(decoded, (decoded + 1) / 2))
+          << side;
+      EXPECT_TRUE(near(*image, teal)) << side;
+    }
+  }
+  const auto thumb = IconImage::thumbnail(jpeg(4096, 4096, teal));
+  ASSERT_TRUE(thumb);
+  EXPECT_TRUE(near(*IconImage::decodePng(*thumb), teal));
+  EXPECT_EQ(IconImage::decodePng(*thumb)->width, 64u);
+
+  const std::string good = jpeg(16, 16, teal);
+  EXPECT_FALSE(IconImage::decodeJpeg(good.substr(0, 20)));
+  EXPECT_FALSE(IconImage::decodeJpeg(jpeg(4097, 8, teal)));
+}
+
+TEST(IconImageTest, WebpStillImagesExactlyAndLargeOnesScaledWhileDecoding) {
+  RgbaImage image = solid(5, 3, {10, 20, 30, 255});
+  image.pixels[4 * 7] = 250;
+  image.pixels[3] = 0;  // alpha survives (the colour under it need not)
+  auto decoded = IconImage::decodeIcon(webp(image));
+  ASSERT_TRUE(decoded);
+  std::copy_n(image.pixels.begin(), 3, decoded->pixels.begin());
+  EXPECT_EQ(*decoded, image);
+  const auto lossy = IconImage::decodeIcon(webp(solid(32, 32, {0, 0, 200, 255}), false));
+  ASSERT_TRUE(lossy);
+  EXPECT_TRUE(near(*lossy, {0, 0, 200, 255}, 10));
+
+  const auto scaled = IconImage::decodeWebp(webp(solid(1000, 500, {9, 9, 9, 255})), 64);
+  ASSERT_TRUE(scaled);
+  EXPECT_EQ(*scaled, solid(64, 32, {9, 9, 9, 255}));
+  // Of an animation, the first frame.
+  const RgbaImage red = solid(6, 4, {200, 0, 0, 255}), blue = solid(6, 4, {0, 0, 200, 255});
+  EXPECT_EQ(IconImage::decodeIcon(animatedWebp({red, blue})), red);
+  EXPECT_EQ(IconImage::decodeIcon(animatedWebp({blue, red})), blue);
+
+  const std::string good = webp(image);
+  EXPECT_FALSE(IconImage::decodeWebp(good.substr(0, good.size() - 4)));
+  EXPECT_FALSE(IconImage::decodeWebp(webp(solid(4097, 1, {0, 0, 0, 255}))));
+}
+
+TEST(IconImageTest, BmpFilesOfEveryRowOrderAndHostileHeaders) {
+  const Pixel green{0, 150, 0, 255};
+  EXPECT_EQ(IconImage::decodeIcon(bmp(3, 2, green)), solid(3, 2, green));
+  EXPECT_EQ(IconImage::decodeIcon(bmp(3, -2, green)), solid(3, 2, green));
+  // 32-bit pixels with nothing in the alpha byte are opaque; with alpha, they keep it.
+  EXPECT_EQ(IconImage::decodeBmp(bmp(2, 2, {1, 2, 3, 0}, 32)), solid(2, 2, {1, 2, 3, 255}));
+  EXPECT_EQ(IconImage::decodeBmp(bmp(2, 2, {1, 2, 3, 7}, 32)), solid(2, 2, {1, 2, 3, 7}));
+  // The same with its channel masks stated (BI_BITFIELDS), as 32-bit files with alpha are
+  // usually written; masks in another order are refused.
+  std::string fields = patched(patched(bmp(2, 3, {1, 2, 3, 7}, 32), 30, 3, 4), 10, 54 + 12, 4);
+  fields.insert(54, std::string("\0\0\xff\0\0\xff\0\0\xff\0\0\0", 12));
+  EXPECT_EQ(IconImage::decodeBmp(fields), solid(2, 3, {1, 2, 3, 7}));
+  EXPECT_FALSE(IconImage::decodeBmp(patched(fields, 54, 0xff, 4)));
+  // Bottom row first: the top row is the last one written.
+  std::string rows = bmp(1, 2, green);
+  rows[54 + 4 + 2] = static_cast<char>(255);
+  EXPECT_EQ(IconImage::decodeBmp(rows)->pixels[0], 255);
+
+  const std::string good = bmp(4, 4, green);
+  for (const std::string& hostile :
+       {good.substr(0, good.size() - 1), patched(good, 10, 0xfffffff0, 4),
+        patched(good, 18, 5000, 4), patched(good, 22, 0x80000000, 4), patched(good, 30, 1, 4),
+        patched(good, 28, 16, 2)}) {
+    EXPECT_FALSE(IconImage::decodeBmp(hostile));
+  }
 }
 
 // ICO files made by a real icon tool from our own PNGs: BMP frames of every depth it can

@@ -34,7 +34,10 @@ void ignoreWarning(png_structp, png_const_charp) {}
 
 // libpng reports errors by longjmp out of this frame, so no object with a destructor may
 // live in it: everything that owns memory belongs to the caller.
-bool readPng(ReadCursor* cursor, RgbaImage* out) {
+// A non-interlaced image larger than `minSide` goes row by row into `rows` (through
+// `rowBuffer`) and never exists whole; `out` is then left empty.
+bool readPng(ReadCursor* cursor, uint32_t minSide, std::optional<RowDownscaler>* rows,
+             std::vector<uint8_t>* rowBuffer, RgbaImage* out) {
   png_structp png =
       png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, failQuietly, ignoreWarning);
   if (png == nullptr) return false;
@@ -71,6 +74,16 @@ bool readPng(ReadCursor* cursor, RgbaImage* out) {
   const png_uint_32 height = png_get_image_height(png, info);
   if (width == 0 || height == 0 || png_get_rowbytes(png, info) != size_t{width} * 4) {
     png_error(png, "unexpected row layout");
+  }
+  if (passes == 1 && fittedSides(width, height, minSide) != std::pair(width, height)) {
+    rows->emplace(width, height, minSide);
+    rowBuffer->resize(size_t{width} * 4);
+    for (png_uint_32 y = 0; y < height; ++y) {
+      png_read_row(png, rowBuffer->data(), nullptr);
+      (*rows)->addRow(rowBuffer->data());
+    }
+    png_destroy_read_struct(&png, &info, nullptr);
+    return true;
   }
   out->width = width;
   out->height = height;
@@ -112,10 +125,13 @@ bool writePng(const RgbaImage* image, std::string* out) {
 
 }  // namespace
 
-std::optional<RgbaImage> decodePng(std::string_view bytes) {
+std::optional<RgbaImage> decodePng(std::string_view bytes, uint32_t minSide) {
   ReadCursor cursor{reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), 0};
+  std::optional<RowDownscaler> rows;
+  std::vector<uint8_t> rowBuffer;
   RgbaImage image;
-  if (!readPng(&cursor, &image)) return std::nullopt;
+  if (!readPng(&cursor, minSide, &rows, &rowBuffer, &image)) return std::nullopt;
+  if (rows) return rows->finish();
   return image;
 }
 

@@ -35,42 +35,50 @@ uint8_t rounded(float value) {
 
 }  // namespace
 
-RgbaImage downscaled(const RgbaImage& image, uint32_t maxSide) {
-  const uint32_t longer = std::max(image.width, image.height);
-  if (longer <= maxSide) return image;
+std::pair<uint32_t, uint32_t> fittedSides(uint32_t width, uint32_t height, uint32_t maxSide) {
+  const uint32_t longer = std::max(width, height);
+  if (longer <= maxSide) return {width, height};
   const auto shorter = [&](uint32_t side) {
     return std::max<uint32_t>(
         1, static_cast<uint32_t>(std::lround(static_cast<double>(side) * maxSide / longer)));
   };
-  const uint32_t width = image.width >= image.height ? maxSide : shorter(image.width);
-  const uint32_t height = image.height > image.width ? maxSide : shorter(image.height);
+  return {width >= height ? maxSide : shorter(width), height > width ? maxSide : shorter(height)};
+}
 
-  // Premultiplied, so that a transparent pixel contributes no colour; computed as read
-  // rather than copied, since a float copy of a 4096-pixel-square source is 256 MiB.
-  std::vector<float> narrowed(size_t{width} * image.height * 4);
-  for (uint32_t y = 0; y < image.height; ++y) {
+RowDownscaler::RowDownscaler(uint32_t width, uint32_t height, uint32_t maxSide)
+    : width_(width), height_(height) {
+  const auto sides = fittedSides(width, height, maxSide);
+  outWidth_ = sides.first;
+  outHeight_ = sides.second;
+  narrowed_.resize(size_t{outWidth_} * height * 4);
+}
+
+void RowDownscaler::addRow(const uint8_t* rgba) {
+  if (rows_ == height_) return;
+  // Premultiplied, so that a transparent pixel contributes no colour.
+  float* row = &narrowed_[size_t{rows_++} * outWidth_ * 4];
+  averageAlong(
+      width_, outWidth_,
+      [&](uint32_t x) {
+        const uint8_t* pixel = &rgba[size_t{x} * 4];
+        const float alpha = pixel[3];
+        return std::array<float, 4>{pixel[0] * alpha / 255.0f, pixel[1] * alpha / 255.0f,
+                                    pixel[2] * alpha / 255.0f, alpha};
+      },
+      [&](uint32_t x, const float* value) { std::copy(value, value + 4, &row[size_t{x} * 4]); });
+}
+
+RgbaImage RowDownscaler::finish() {
+  RgbaImage result{outWidth_, outHeight_, std::vector<uint8_t>(size_t{outWidth_} * outHeight_ * 4)};
+  for (uint32_t x = 0; x < outWidth_; ++x) {
     averageAlong(
-        image.width, width,
-        [&](uint32_t x) {
-          const uint8_t* pixel = &image.pixels[(size_t{y} * image.width + x) * 4];
-          const float alpha = pixel[3];
-          return std::array<float, 4>{pixel[0] * alpha / 255.0f, pixel[1] * alpha / 255.0f,
-                                      pixel[2] * alpha / 255.0f, alpha};
-        },
-        [&](uint32_t x, const float* value) {
-          std::copy(value, value + 4, &narrowed[(size_t{y} * width + x) * 4]);
-        });
-  }
-  RgbaImage result{width, height, std::vector<uint8_t>(size_t{width} * height * 4)};
-  for (uint32_t x = 0; x < width; ++x) {
-    averageAlong(
-        image.height, height,
+        height_, outHeight_,
         [&](uint32_t y) {
-          const float* value = &narrowed[(size_t{y} * width + x) * 4];
+          const float* value = &narrowed_[(size_t{y} * outWidth_ + x) * 4];
           return std::array<float, 4>{value[0], value[1], value[2], value[3]};
         },
         [&](uint32_t y, const float* value) {
-          uint8_t* out = &result.pixels[(size_t{y} * width + x) * 4];
+          uint8_t* out = &result.pixels[(size_t{y} * outWidth_ + x) * 4];
           const float alpha = value[3];
           for (int c = 0; c < 3; ++c) out[c] = alpha > 0 ? rounded(value[c] * 255.0f / alpha) : 0;
           out[3] = rounded(alpha);
@@ -79,9 +87,20 @@ RgbaImage downscaled(const RgbaImage& image, uint32_t maxSide) {
   return result;
 }
 
+RgbaImage downscaled(const RgbaImage& image, uint32_t maxSide) {
+  if (fittedSides(image.width, image.height, maxSide) == std::pair(image.width, image.height)) {
+    return image;
+  }
+  RowDownscaler rows(image.width, image.height, maxSide);
+  for (uint32_t y = 0; y < image.height; ++y) {
+    rows.addRow(&image.pixels[size_t{y} * image.width * 4]);
+  }
+  return rows.finish();
+}
+
 std::optional<std::string> thumbnail(std::string_view data) {
   if (data.size() >= kMaxInputBytes) return std::nullopt;
-  const auto image = decodeIcon(data);
+  const auto image = decodeIcon(data, kThumbnailSide);
   if (!image) return std::nullopt;
   return encodePng(downscaled(*image, kThumbnailSide));
 }

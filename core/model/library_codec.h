@@ -59,8 +59,15 @@ Result<LibraryState> decodeLibrary(std::string_view bytes);
 
 // The file form: pretty-printed, keys sorted, slashes not escaped, absent optionals
 // omitted, UUIDs upper case, dates to the whole second, non-ASCII as UTF-8. Ill-formed
-// UTF-8 in a string is written as U+FFFD, so encoding never fails. Decoding the result
-// gives back `state` with its dates truncated to the second.
+// UTF-8 in a string is written as U+FFFD. Decoding the result gives back `state` with
+// its dates truncated to the second (and ill-formed UTF-8 replaced).
+// Precondition: every date isWritableDate; encodeLibraryFile checks it.
 std::string encodeLibrary(const LibraryState& state);
+
+// encodeLibrary for saving: never bytes that the decoder would refuse. A date outside
+// the years 1 to 9999 fails it with an Error (Domain::platform) naming its key path, e.g.
+//   The library could not be saved: "tabs[3].savedAt" is a date outside the years 1 to
+//   9999, which the file cannot hold.
+Result<std::string> encodeLibraryFile(const LibraryState& state);
 
 }  // namespace velto

@@ -85,7 +85,42 @@ Json encodedList(const std::vector<T>& items) {
   return out;
 }
 
+bool writable(const std::optional<Date>& date) { return !date || isWritableDate(*date); }
+
+std::string keyPath(const char* list, size_t index, const char* key) {
+  return std::string(list) + "[" + std::to_string(index) + "]." + key;
+}
+
+// The key path of the first date the file form cannot hold, or absent.
+std::optional<std::string> firstUnwritableDate(const LibraryState& state) {
+  for (size_t i = 0; i < state.tabs.size(); ++i) {
+    const SavedTab& tab = state.tabs[i];
+    if (!writable(tab.savedAt)) return keyPath("tabs", i, "savedAt");
+    if (!writable(tab.closedAt)) return keyPath("tabs", i, "closedAt");
+  }
+  for (size_t i = 0; i < state.liveTabs.size(); ++i) {
+    const LiveTab& tab = state.liveTabs[i];
+    if (!writable(tab.lastActiveAt)) return keyPath("liveTabs", i, "lastActiveAt");
+    if (!writable(tab.observedAt)) return keyPath("liveTabs", i, "observedAt");
+    if (!writable(tab.neverSelectedSince)) return keyPath("liveTabs", i, "neverSelectedSince");
+    if (!writable(tab.lastVisitAt)) return keyPath("liveTabs", i, "lastVisitAt");
+  }
+  if (!writable(state.liveUpdatedAt)) return "liveUpdatedAt";
+  for (size_t i = 0; i < state.clients.size(); ++i) {
+    if (!writable(state.clients[i].createdAt)) return keyPath("clients", i, "createdAt");
+  }
+  return std::nullopt;
+}
+
 }  // namespace
+
+Result<std::string> encodeLibraryFile(const LibraryState& state) {
+  if (const auto path = firstUnwritableDate(state)) {
+    return platformError("The library could not be saved: \"" + *path +
+                         "\" is a date outside the years 1 to 9999, which the file cannot hold.");
+  }
+  return encodeLibrary(state);
+}
 
 std::string encodeLibrary(const LibraryState& state) {
   Json root = Json::object();

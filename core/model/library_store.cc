@@ -98,7 +98,8 @@ Result<void> LibraryStore::save(const LibraryState& state) const {
     return fileFailure("restrict the folder", directory_, errno);
   }
   removeStaleTemporaries(directory_);
-  const std::string bytes = encodeLibrary(state);
+  const auto bytes = encodeLibraryFile(state);
+  if (!bytes) return bytes.error();
   const fs::path target = fileURL();
 
   // The new document goes to a fresh file beside the old one and replaces it with one
@@ -113,7 +114,7 @@ Result<void> LibraryStore::save(const LibraryState& state) const {
   };
   // fchmod before the rename: the file must never be visible with looser permissions,
   // whatever the umask or the mode of the file it replaces.
-  if (!writeAll(fd, bytes) || ::fchmod(fd, kFileMode) != 0 || ::fsync(fd) != 0) {
+  if (!writeAll(fd, *bytes) || ::fchmod(fd, kFileMode) != 0 || ::fsync(fd) != 0) {
     const int error = errno;
     ::close(fd);
     return abandon(error);

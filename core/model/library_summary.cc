@@ -4,8 +4,8 @@
 #include <string>
 #include <unordered_set>
 
+#include "core/model/exclusion_list.h"
 #include "core/model/search_query.h"
-#include "core/policy/tab_policy.h"
 
 namespace velto {
 

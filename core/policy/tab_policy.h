@@ -1,32 +1,17 @@
 #pragma once
 
-#include <bitset>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "core/model/exclusion_list.h"
 #include "core/model/records.h"
 #include "core/support/date.h"
 #include "core/support/url.h"
 
 namespace velto {
-
-// The user's exclusion entries normalized once, for testing many URLs against them.
-// `excludes` answers exactly as TabPolicy::isExcluded with the same entries.
-class ExclusionList {
- public:
-  explicit ExclusionList(const std::vector<std::string>& entries);
-  bool excludes(std::string_view url) const;
-
- private:
-  // One bit per entry, at a slot taken from its suffix hash: most hosts match no entry,
-  // and this rules out all their parent domains in one pass over the host.
-  std::bitset<4096> mayHold_;
-  // The entries by suffix hash, to confirm a candidate.
-  std::vector<std::pair<uint64_t, std::string>> domains_;
-};
 
 // Pure rules over the core records: which URLs are safe, which are excluded, which tabs
 // are protected, idle, or may be closed, and how a fresh snapshot inherits timestamps.
@@ -36,14 +21,12 @@ namespace TabPolicy {
 // The URL when it is http or https (any case), has a host and no user or password.
 std::optional<Url> safeURL(std::string_view text);
 
-// An exclusion entry as the user typed it, reduced to a lowercase domain ("*.x.org",
-// " X.org. ", "https://x.org/path" all give "x.org"; white space around it, Unicode's
-// included, is ignored); absent for entries that are not a dotted name (localhost, "",
-// "exa mple.org").
+// An exclusion entry reduced to the domain it names: ExclusionList::normalizedDomain.
 std::optional<std::string> normalizedDomain(std::string_view entry);
 
-// True when the URL's host is, or is a subdomain of, one of the entries. Fails closed:
-// anything that is not a safe URL counts as excluded.
+// True when the URL's host is, or is a subdomain of, one of the entries, as
+// ExclusionList::excludes answers. Fails closed: anything that is not a safe URL counts
+// as excluded.
 bool isExcluded(std::string_view url, const std::vector<std::string>& domains);
 
 // Pinned tabs are protected; where pinning is unknown, the leading

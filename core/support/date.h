@@ -41,4 +41,13 @@ std::string formatISO8601(Date date);
 // `date` with its fraction of a second dropped, as a write-then-read would give.
 Date truncatedToSeconds(Date date);
 
+// True when formatISO8601 writes `date` in a form parseISO8601 reads back: its whole
+// second lies in the years 0001 to 9999. Others would need a fifth digit or a sign.
+inline bool isWritableDate(Date date) {
+  using namespace std::chrono;
+  constexpr auto first = sys_days(year(1) / January / 1);
+  constexpr auto end = sys_days(year(10000) / January / 1);
+  return date >= first && date < end;
+}
+
 }  // namespace velto

@@ -6,6 +6,8 @@
 #include <array>
 #include <cstring>
 
+#include "core/support/host_name.h"
+
 namespace velto {
 
 namespace {
@@ -151,15 +153,6 @@ bool startsWithNoCase(std::string_view text, std::string_view prefix) {
   return true;
 }
 
-void lowercaseTrimmed(std::string_view host, std::string& buffer) {
-  while (!host.empty() && host.front() == '.') host.remove_prefix(1);
-  while (!host.empty() && host.back() == '.') host.remove_suffix(1);
-  buffer.assign(host);
-  for (char& c : buffer) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-  }
-}
-
 // The common shape "http(s)://simple-host[:digits][/...]" whose remainder is plain URI
 // text; nullopt means "not sure", and the full parser decides.
 std::optional<std::optional<std::string_view>> fastHost(std::string_view text) {
@@ -209,7 +202,9 @@ std::optional<std::string_view> parsedHttpHost(std::string_view text, std::strin
   std::transform(scheme.begin(), scheme.end(), scheme.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   if (scheme != "http" && scheme != "https") return std::nullopt;
-  lowercaseTrimmed(url->host, buffer);
+  auto host = canonicalHost(url->host);
+  if (!host) return std::nullopt;
+  buffer = std::move(*host);
   return std::string_view(buffer);
 }
 
@@ -219,11 +214,15 @@ std::optional<std::string_view> safeHttpHost(std::string_view text, std::string&
     std::string_view host = **fast;
     while (!host.empty() && host.front() == '.') host.remove_prefix(1);
     while (!host.empty() && host.back() == '.') host.remove_suffix(1);
-    // Hosts are nearly always written in lowercase: no copy is needed for those.
-    if (std::none_of(host.begin(), host.end(), [](char c) { return c >= 'A' && c <= 'Z'; })) {
+    // Hosts are nearly always written in lowercase ASCII, already canonical: no copy is
+    // needed for those.
+    if (isPlainASCIIHost(host) &&
+        std::none_of(host.begin(), host.end(), [](char c) { return c >= 'A' && c <= 'Z'; })) {
       return host;
     }
-    lowercaseTrimmed(host, buffer);
+    auto canonical = canonicalHost(host);
+    if (!canonical) return std::nullopt;
+    buffer = std::move(*canonical);
     return std::string_view(buffer);
   }
   return parsedHttpHost(text, buffer);

@@ -32,11 +32,12 @@ struct Url {
 };
 
 // The host of `text` when it is an http or https URL (any letter case) that has a
-// host and no user part, lowercased with "." trimmed from both ends; absent otherwise.
+// host and no user part, in its canonical form (canonicalHost: IDNA to ASCII, lowercase,
+// "." trimmed from both ends); absent otherwise, and when the host has no canonical form.
 // Answers common URLs without allocating or running the full parser, for the hot paths
 // that test every tab of a library. Agrees with Url::parse in every case.
-// The result views into `text` (a host already in lowercase, taken by the shortcut) or
-// into `buffer`, which then receives the lowercased host: keep both alive while using it.
+// The result views into `text` (a host already canonical, taken by the shortcut) or
+// into `buffer`, which then receives the canonical host: keep both alive while using it.
 std::optional<std::string_view> safeHttpHost(std::string_view text, std::string& buffer);
 
 // The same answer from Url::parse alone, without the shortcut (the reference the

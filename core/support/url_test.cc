@@ -45,7 +45,10 @@ TEST(UrlTest, SafeHttpHostAgreesWithTheFullParser) {
       {"https://example.org/a b", "example.org"},
       {"https://[::1]/", "::1"},
       {"https:///path", {}},
-      {"https://example.org:1234567890/", {}}};
+      {"https://example.org:1234567890/", {}},
+      {"https://\u00c4RZTE.Example/", "xn--rzte-koa.example"},
+      {"https://XN--RZTE-KOA.example/", "xn--rzte-koa.example"},
+      {"https://xn--zz.example/", {}}};
   std::string buffer;
   for (const auto& [text, host] : cases) {
     EXPECT_EQ(safeHttpHost(text, buffer), host) << text;
