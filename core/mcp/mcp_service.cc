@@ -106,12 +106,12 @@ std::optional<std::string> MCPService::respond(std::string_view bytes) {
 MCPService::Reply MCPService::dispatch(const std::string& method, const json& params) {
   if (method == "ping") return Reply::success(json::object());
 
-  if (Result<void> loaded = store_.loadInto(decoder_, library_); !loaded.ok()) {
-    return Reply::success(toolResult(loaded.error()));
-  }
+  const Result<const PreparedLibrary*> loaded = reader_.load(store_);
+  if (!loaded.ok()) return Reply::success(toolResult(loaded.error()));
+  const PreparedLibrary& library = **loaded;
 
   const std::optional<ClientGrant> grant =
-      ClientAuthorization::authorize(clientID_, token_, library_);
+      ClientAuthorization::authorize(clientID_, token_, library.state);
   if (!grant) return Reply::failure(kNotAllowed, "Connection not allowed.");
 
   if (method == "initialize") {
@@ -135,11 +135,12 @@ MCPService::Reply MCPService::dispatch(const std::string& method, const json& pa
     return Reply::failure(kNotInitialized, "Initialize the connection first.");
   }
   if (method == "tools/list") return Reply::success({{"tools", toolDefinitions()}});
-  if (method == "tools/call") return callTool(params, *grant);
+  if (method == "tools/call") return callTool(params, library, *grant);
   return Reply::failure(kMethodNotFound, "Method not found");
 }
 
-MCPService::Reply MCPService::callTool(const json& params, const ClientGrant& grant) {
+MCPService::Reply MCPService::callTool(const json& params, const PreparedLibrary& library,
+                                       const ClientGrant& grant) {
   const auto name = params.find("name");
   if (name == params.end() || !name->is_string()) {
     return Reply::failure(kInvalidParams, "A tool name is required.");
@@ -155,16 +156,16 @@ MCPService::Reply MCPService::callTool(const json& params, const ClientGrant& gr
   };
   if (*name == "list_tabs") {
     return run(ToolCalls::decodeListTabs(arguments), [&](const auto& decoded) {
-      return ToolCalls::listTabs(decoded, library_, clock_());
+      return ToolCalls::listTabs(decoded, library, clock_());
     });
   }
   if (*name == "search_closed_tabs") {
     return run(ToolCalls::decodeSearchClosedTabs(arguments),
-               [&](const auto& decoded) { return ToolCalls::searchClosedTabs(decoded, library_); });
+               [&](const auto& decoded) { return ToolCalls::searchClosedTabs(decoded, library); });
   }
   if (*name == "reopen_tab") {
     return run(ToolCalls::decodeReopenTab(arguments), [&](const auto& decoded) {
-      return ToolCalls::reopenTab(decoded, library_, grant, opener_);
+      return ToolCalls::reopenTab(decoded, library, grant, opener_);
     });
   }
   return Reply::failure(kInvalidParams, "Unknown tool");

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "core/mcp/tool_calls.h"
-#include "core/model/library_codec.h"
+#include "core/model/library_reader.h"
 #include "core/model/library_store.h"
 #include "core/support/date.h"
 
@@ -49,7 +49,8 @@ class MCPService {
   struct Reply;
 
   Reply dispatch(const std::string& method, const nlohmann::json& params);
-  Reply callTool(const nlohmann::json& params, const ClientGrant& grant);
+  Reply callTool(const nlohmann::json& params, const PreparedLibrary& library,
+                 const ClientGrant& grant);
 
   LibraryStore store_;
   std::string clientID_;
@@ -57,10 +58,9 @@ class MCPService {
   ToolCalls::Opener opener_;
   Clock clock_;
   Session session_ = Session::fresh;
-  // Kept between requests only so that their memory is reused: every request that needs
-  // the library reads and decodes the file again, over these records.
-  LibraryDecoder decoder_;
-  LibraryState library_;
+  // Every request that needs the library reads the file whole through it; only the
+  // decoding of bytes already decoded is reused, which no answer can tell apart.
+  LibraryReader reader_;
 };
 
 }  // namespace velto

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/model/records.h"
+#include "core/model/search_query.h"
+#include "core/policy/tab_policy.h"
+#include "core/support/date.h"
+
+namespace velto {
+
+// The closed tabs of one library that are not excluded, newest activity first (equal
+// dates in library order), each with its search text (title, URL and browser name)
+// folded once, so that a search is one scan over prepared text. Built for one list of
+// tabs and used only with that same list, unchanged.
+class ClosedTabSearch {
+ public:
+  struct Page {
+    std::vector<const SavedTab*> tabs;  // the first `limit` found, newest first
+    size_t total = 0;                   // all found
+  };
+
+  // Empty: finds nothing.
+  ClosedTabSearch() = default;
+  ClosedTabSearch(const std::vector<SavedTab>& tabs, const ExclusionList& exclusions);
+
+  // The tabs active at or after `since` (when given) that match `query`, as
+  // SavedTab::matches decides, from the list this was built for.
+  Page search(const std::vector<SavedTab>& tabs, const SearchQuery& query,
+              std::optional<Date> since, size_t limit) const;
+
+  size_t size() const { return order_.size(); }
+
+ private:
+  std::vector<uint32_t> order_;  // positions in the list, newest first
+  std::vector<Date> dates_;      // their activity dates, in the same order
+  // Each tab's folded fields, every field followed by a byte that no folded term holds
+  // (so no term matches across two fields or two tabs); ends_[i] is where tab i's end.
+  std::string text_;
+  std::vector<size_t> ends_;
+};
+
+}  // namespace velto
