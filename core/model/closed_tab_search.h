@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/model/records.h"
@@ -26,22 +27,33 @@ class ClosedTabSearch {
 
   // Empty: finds nothing.
   ClosedTabSearch() = default;
-  ClosedTabSearch(const std::vector<SavedTab>& tabs, const ExclusionList& exclusions);
+  ClosedTabSearch(const std::vector<SavedTab>& tabs, const ExclusionList& exclusions) {
+    rebuild(tabs, exclusions);
+  }
+
+  // Builds again for `tabs`, in the memory of the previous build.
+  void rebuild(const std::vector<SavedTab>& tabs, const ExclusionList& exclusions);
 
   // The tabs active at or after `since` (when given) that match `query`, as
   // SavedTab::matches decides, from the list this was built for.
   Page search(const std::vector<SavedTab>& tabs, const SearchQuery& query,
               std::optional<Date> since, size_t limit) const;
 
-  size_t size() const { return order_.size(); }
+  size_t size() const { return byDate_.size(); }
 
  private:
-  std::vector<uint32_t> order_;  // positions in the list, newest first
-  std::vector<Date> dates_;      // their activity dates, in the same order
-  // Each tab's folded fields, every field followed by a byte that no folded term holds
-  // (so no term matches across two fields or two tabs); ends_[i] is where tab i's end.
+  // Positions in the list of the kept tabs, newest first, and their activity dates.
+  std::vector<uint32_t> byDate_;
+  std::vector<Date> dates_;
+  // The kept tabs' search text in library order (read in the order the records lie in
+  // memory): each field followed by a byte that no folded term holds, so no term matches
+  // across two fields or two tabs. Tab k's text ends at ends_[k]; rank_[k] is its place
+  // in byDate_.
   std::string text_;
   std::vector<size_t> ends_;
+  std::vector<uint32_t> rank_;
+  // (activity date, place) of the kept tabs while building; kept for its memory.
+  std::vector<std::pair<Date, uint32_t>> sorting_;
 };
 
 }  // namespace velto

@@ -2,6 +2,8 @@
 
 #include <xxhash.h>
 
+#include <algorithm>
+
 #include "core/support/large_memory.h"
 
 namespace velto {
@@ -23,9 +25,10 @@ Result<const PreparedLibrary*> LibraryReader::load(const LibraryStore& store) {
   if (decoded_ == digest) return &library_;
 
   decoded_.reset();
-  // The records of a large library are hundreds of thousands of small allocations; the
-  // first decoding of one is what grows the heap.
-  prepareHeapForLargeData((*bytes)->size() + (*bytes)->size() / 2);
+  // The first decoding is what grows the heap: the parser's index (virtually four bytes
+  // per byte of the file, a third of that touched) and, for a large library, hundreds of
+  // thousands of records. Address space is cheap, so a small library gets room to grow.
+  prepareHeapForLargeData(std::max<size_t>(8 * (*bytes)->size(), 64 << 20));
   if (auto decoded = LibraryStore::decodeRead(decoder_, library_.state); !decoded) {
     return decoded.error();
   }

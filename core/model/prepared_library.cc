@@ -4,7 +4,7 @@ namespace velto {
 
 void PreparedLibrary::prepare() {
   exclusions = ExclusionList(state.preferences.exclusions);
-  closedTabs = ClosedTabSearch(state.tabs, exclusions);
+  closedTabs.rebuild(state.tabs, exclusions);
   listedLiveTabs.clear();
   const BrowserSet& connected = state.preferences.connectedBrowsers;
   for (size_t i = 0; i < state.liveTabs.size(); ++i) {

@@ -34,8 +34,8 @@ class LargeBuffer {
 // Lets the heap hand out about `bytes` more, from now on, in memory that is cheap to
 // touch, and keeps what is freed there for reuse instead of returning it to the system.
 // For a process about to decode one large document into many small allocations. Only
-// the first call per process does anything; does nothing where the allocator in use is
-// not the platform's own (under the sanitizers, for one).
+// the first call per process does anything, so it should ask for room to grow; does
+// nothing where the allocator in use is not the platform's own (under the sanitizers).
 void prepareHeapForLargeData(size_t bytes);
 
 }  // namespace velto

@@ -49,19 +49,21 @@ void prepareHeapForLargeData(size_t bytes) {
   static bool prepared = false;
   if (prepared || bytes == 0) return;
   prepared = true;
-  // glibc's malloc: large blocks (the parser's index, the record lists) come from the
-  // heap like small ones instead of fresh mappings of their own; the heap grows by
-  // `bytes` at once and keeps what is freed. The grown part is then advised for huge
-  // pages. Where these calls are not glibc's (a sanitizer's allocator), the heap's end
-  // does not move and nothing is advised.
-  if (::mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024) == 0 ||
-      ::mallopt(M_TRIM_THRESHOLD, static_cast<int>(std::min<size_t>(2 * bytes, INT_MAX))) == 0 ||
-      ::mallopt(M_TOP_PAD, static_cast<int>(std::min<size_t>(bytes, INT_MAX / 2))) == 0) {
+  // glibc's malloc: every block, however large (the parser's index, the record lists),
+  // comes from the heap instead of a fresh mapping of its own; the heap grows by `bytes`
+  // at once (address space only, until touched) and keeps what is freed. The grown part
+  // is then advised for huge pages. Where these calls are not glibc's (a sanitizer's
+  // allocator), the heap's end does not move and nothing is advised.
+  const int pad = static_cast<int>(std::min<size_t>(bytes, INT_MAX / 2));
+  if (::mallopt(M_MMAP_MAX, 0) == 0 || ::mallopt(M_TRIM_THRESHOLD, 2 * pad) == 0 ||
+      ::mallopt(M_TOP_PAD, pad) == 0) {
     return;
   }
   const auto before = reinterpret_cast<uintptr_t>(::sbrk(0));
-  // Larger than what the heap has spare, so that it must grow (by this and the pad).
-  void* probe = std::malloc(256 * 1024);
+  // Larger than what the heap can have spare, so that it must grow (by this and the pad),
+  // and small enough that freeing it leaves the heap below the trim threshold.
+  // (volatile: a malloc whose block is only freed may be left out by the compiler).
+  void* volatile probe = std::malloc(static_cast<size_t>(pad) / 2);
   std::free(probe);
   const auto after = reinterpret_cast<uintptr_t>(::sbrk(0));
   const uintptr_t start = roundUp(before), end = roundDown(after);
