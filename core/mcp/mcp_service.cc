@@ -68,12 +68,13 @@ struct MCPService::Reply {
 };
 
 MCPService::MCPService(LibraryStore store, std::string clientID, std::string token,
-                       ToolCalls::Opener opener, Clock clock)
+                       ToolCalls::Opener opener, Clock clock, std::shared_ptr<LibraryReader> reader)
     : store_(std::move(store)),
       clientID_(std::move(clientID)),
       token_(std::move(token)),
       opener_(std::move(opener)),
-      clock_(std::move(clock)) {}
+      clock_(std::move(clock)),
+      reader_(std::move(reader)) {}
 
 std::optional<std::string> MCPService::respond(std::string_view bytes) {
   std::optional<JSONMessage> message = parseJSONMessage(bytes);
@@ -106,7 +107,7 @@ std::optional<std::string> MCPService::respond(std::string_view bytes) {
 MCPService::Reply MCPService::dispatch(const std::string& method, const json& params) {
   if (method == "ping") return Reply::success(json::object());
 
-  const Result<const PreparedLibrary*> loaded = reader_.load(store_);
+  const Result<const PreparedLibrary*> loaded = reader_->load(store_);
   if (!loaded.ok()) return Reply::success(toolResult(loaded.error()));
   const PreparedLibrary& library = **loaded;
 

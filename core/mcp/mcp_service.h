@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,8 +37,11 @@ class MCPService {
 
   // `clientID` and `token` are taken as given (empty when unset); they are checked on
   // every request. `clock` gives the time the open-tab snapshot's age is measured at.
+  // `reader` may be shared by services that are used one after another on one thread
+  // (a fuzzer's many short sessions), so that they reuse one decoding of unchanged bytes.
   MCPService(LibraryStore store, std::string clientID, std::string token, ToolCalls::Opener opener,
-             Clock clock = now);
+             Clock clock = now,
+             std::shared_ptr<LibraryReader> reader = std::make_shared<LibraryReader>());
 
   // The response to one message (the bytes of one line, without its line end), without a
   // line end; absent when nothing must be sent back.
@@ -60,7 +64,7 @@ class MCPService {
   Session session_ = Session::fresh;
   // Every request that needs the library reads the file whole through it; only the
   // decoding of bytes already decoded is reused, which no answer can tell apart.
-  LibraryReader reader_;
+  std::shared_ptr<LibraryReader> reader_;
 };
 
 }  // namespace velto

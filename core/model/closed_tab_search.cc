@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "core/support/text.h"
 
@@ -33,28 +34,26 @@ void ClosedTabSearch::rebuild(const std::vector<SavedTab>& tabs, const Exclusion
   text_.clear();
   text_.reserve(bytes);
   ends_.clear();
-  sorting_.clear();
+  // (activity date, place k among the kept tabs), only while building.
+  std::vector<std::pair<Date, uint32_t>> sorting;
+  sorting.reserve(positions.size());
   for (uint32_t k = 0; k < positions.size(); ++k) {
     const SavedTab& tab = tabs[positions[k]];
     appendFolded(text_, tab.title);
     appendFolded(text_, tab.url);
     appendFolded(text_, displayName(tab.browser));
-    ends_.push_back(text_.size());
-    sorting_.emplace_back(tab.activityDate(), k);
+    ends_.push_back(static_cast<uint32_t>(text_.size()));
+    sorting.emplace_back(tab.activityDate(), k);
   }
 
   // Newest first; equal dates in library order, which is the order of the places k.
-  std::sort(sorting_.begin(), sorting_.end(), [](const auto& a, const auto& b) {
+  std::sort(sorting.begin(), sorting.end(), [](const auto& a, const auto& b) {
     return a.first != b.first ? a.first > b.first : a.second < b.second;
   });
-  dates_.resize(sorting_.size());
-  rank_.resize(sorting_.size());
-  for (uint32_t r = 0; r < sorting_.size(); ++r) {
-    dates_[r] = sorting_[r].first;
-    rank_[sorting_[r].second] = r;
-  }
-  for (uint32_t k = 0; k < rank_.size(); ++k) sorting_[rank_[k]].second = positions[k];
-  for (uint32_t r = 0; r < sorting_.size(); ++r) byDate_[r] = sorting_[r].second;
+  rank_.resize(sorting.size());
+  for (uint32_t r = 0; r < sorting.size(); ++r) rank_[sorting[r].second] = r;
+  for (uint32_t k = 0; k < rank_.size(); ++k) sorting[rank_[k]].second = positions[k];
+  for (uint32_t r = 0; r < sorting.size(); ++r) byDate_[r] = sorting[r].second;
 }
 
 ClosedTabSearch::Page ClosedTabSearch::search(const std::vector<SavedTab>& tabs,
@@ -62,10 +61,11 @@ ClosedTabSearch::Page ClosedTabSearch::search(const std::vector<SavedTab>& tabs,
                                               size_t limit) const {
   // Newest first, so the tabs at or after `since` are the leading ranks.
   const size_t candidates =
-      since ? size_t(std::partition_point(dates_.begin(), dates_.end(),
-                                          [&](Date date) { return date >= *since; }) -
-                     dates_.begin())
-            : dates_.size();
+      since ? size_t(std::partition_point(
+                         byDate_.begin(), byDate_.end(),
+                         [&](uint32_t at) { return tabs[at].activityDate() >= *since; }) -
+                     byDate_.begin())
+            : byDate_.size();
   Page page;
   // The longest term finds the fewest candidates; the others are checked in the tab's
   // own text only. An empty term (one that was all marks) is in every text.

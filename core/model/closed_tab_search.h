@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "core/model/records.h"
@@ -42,18 +41,15 @@ class ClosedTabSearch {
   size_t size() const { return byDate_.size(); }
 
  private:
-  // Positions in the list of the kept tabs, newest first, and their activity dates.
+  // Positions in the list of the kept tabs, newest first.
   std::vector<uint32_t> byDate_;
-  std::vector<Date> dates_;
   // The kept tabs' search text in library order (read in the order the records lie in
   // memory): each field followed by a byte that no folded term holds, so no term matches
   // across two fields or two tabs. Tab k's text ends at ends_[k]; rank_[k] is its place
-  // in byDate_.
+  // in byDate_. (Offsets fit in 32 bits: a library is read whole into memory.)
   std::string text_;
-  std::vector<size_t> ends_;
+  std::vector<uint32_t> ends_;
   std::vector<uint32_t> rank_;
-  // (activity date, place) of the kept tabs while building; kept for its memory.
-  std::vector<std::pair<Date, uint32_t>> sorting_;
 };
 
 }  // namespace velto
