@@ -12,20 +12,20 @@ namespace {
 constexpr uint64_t kEachByte = 0x0101010101010101;
 
 // Eight hexadecimal digits (either case, in text order in a little-endian word) as four
-// bytes, or absent. Eight at a time instead of a table look-up per digit: a large
-// library holds a hundred thousand ids that are parsed whenever it changes.
-std::optional<uint32_t> hexWord(uint64_t word) {
-  // Every byte below 0x80, so that adding less than 0x80 to a byte cannot carry into the
-  // next one; then bit 7 of `byte + (0x80 - bound)` tells whether the byte is >= bound.
+// bytes; any byte that is not such a digit sets a bit of `invalid`. Eight at a time
+// instead of a table look-up per digit: a large library holds a hundred thousand ids that
+// are parsed whenever it changes.
+uint32_t hexWord(uint64_t word, uint64_t& invalid) {
+  // Bit 7 of `byte + (0x80 - bound)` tells whether a byte below 0x80 is >= bound. A byte
+  // of 0x80 or more is invalid anyway, whatever its carry does to its neighbours.
   constexpr uint64_t kHigh = 0x80 * kEachByte;
-  if (word & kHigh) return std::nullopt;
   const auto atLeast = [](uint64_t bytes, uint8_t bound) {
     return (bytes + (0x80 - bound) * kEachByte) & kHigh;
   };
   const uint64_t digit = atLeast(word, '0') & ~atLeast(word, '9' + 1);
   const uint64_t lower = word | 0x20 * kEachByte;
   const uint64_t letter = atLeast(lower, 'a') & ~atLeast(lower, 'f' + 1);
-  if ((digit | letter) != kHigh) return std::nullopt;
+  invalid |= (word & kHigh) | ((digit | letter) ^ kHigh);
   // '0'-'9' keep their low nibble; 'a'-'f' and 'A'-'F' (bit 6 set) add 9 to theirs.
   const uint64_t nibbles = (word & 0x0F * kEachByte) + 9 * ((word >> 6) & kEachByte);
   // Byte 2i becomes digit 2i in its high nibble and digit 2i+1 in its low one; the odd
@@ -35,11 +35,18 @@ std::optional<uint32_t> hexWord(uint64_t word) {
   return static_cast<uint32_t>(packed | (packed >> 16));
 }
 
-uint64_t load(const char* first, size_t firstLength, const char* second) {
-  uint64_t word = 0;
-  std::memcpy(&word, first, firstLength);
-  std::memcpy(reinterpret_cast<char*>(&word) + firstLength, second, 8 - firstLength);
+uint64_t load8(const char* at) {
+  uint64_t word;
+  std::memcpy(&word, at, 8);
   return word;
+}
+
+// Two runs of four digits as one word of eight.
+uint64_t load4And4(const char* first, const char* second) {
+  uint32_t low, high;
+  std::memcpy(&low, first, 4);
+  std::memcpy(&high, second, 4);
+  return uint64_t(high) << 32 | low;
 }
 
 }  // namespace
@@ -52,14 +59,13 @@ std::optional<Uuid> Uuid::parse(std::string_view text) {
   }
   // 8-4-4-4-12 as four runs of eight digits: 0-7, 9-12 with 14-17, 19-22 with 24-27, 28-35.
   const char* at = text.data();
-  const std::optional<uint32_t> words[4] = {
-      hexWord(load(at, 8, at)), hexWord(load(at + 9, 4, at + 14)),
-      hexWord(load(at + 19, 4, at + 24)), hexWord(load(at + 28, 8, at))};
+  uint64_t invalid = 0;
+  const uint32_t words[4] = {
+      hexWord(load8(at), invalid), hexWord(load4And4(at + 9, at + 14), invalid),
+      hexWord(load4And4(at + 19, at + 24), invalid), hexWord(load8(at + 28), invalid)};
+  if (invalid) return std::nullopt;
   Uuid uuid;
-  for (size_t i = 0; i < 4; ++i) {
-    if (!words[i]) return std::nullopt;
-    std::memcpy(uuid.bytes.data() + 4 * i, &*words[i], 4);
-  }
+  std::memcpy(uuid.bytes.data(), words, 16);
   return uuid;
 }
 
