@@ -1,9 +1,11 @@
 // VeltoMCP as a client sees it: the real binary spoken to over stdin/stdout, on a seeded
 // library of 100,000 saved tabs and 200 open tabs (about 37 MB). Every figure is reported
 // as a ratio to a yardstick measured in the same run:
-//   search and list requests   / a bare simdjson DOM parse of the same file (reused parser)
-//   spawn to first answer      / spawning /bin/true and reaping it
-//   the server's peak memory   / (2.5 x the file's size + 16 MB)
+//   search and list requests, the first request after the library changed, and spawn to
+//   the answer of the first tool call   / a bare simdjson DOM parse of the same file
+//                                         (reused parser)
+//   spawn to the answer of a ping       / spawning /bin/true and reaping it
+//   the server's peak memory            / (2.5 x the file's size + 16 MB)
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -117,8 +119,15 @@ class Server {
 
 const std::string kPing = R"({"jsonrpc":"2.0","id":1,"method":"ping"})";
 
+const std::string kInitialize =
+    R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2025-11-25","clientInfo":{"name":"bench"}}})";
+const std::string kInitialized = R"({"jsonrpc":"2.0","method":"notifications/initialized"})";
+const std::string kSearch =
+    R"({"jsonrpc":"2.0","id":2,"method":"tools/call","params":{"name":"search_closed_tabs","arguments":{"query":"github swift","limit":20}}})";
+
 struct World {
   fs::path home;
+  fs::path file;
   std::string json;
   std::vector<std::string> environment;
   // The yardstick's input and parser, kept so that each parse reuses warm memory.
@@ -131,7 +140,8 @@ struct World {
     home = name;
     fs::create_directories(home / "data" / "Velto");
     json = bench::generateLibraryJSON(kSavedTabs, kLiveTabs, 42, now());
-    std::ofstream(home / "data" / "Velto" / "library.json", std::ios::binary) << json;
+    file = home / "data" / "Velto" / "library.json";
+    std::ofstream(file, std::ios::binary) << json;
     bytes = simdjson::padded_string(json);
     parseSeconds();  // sizes the parser
     environment = {"HOME=" + home.string(), "XDG_DATA_HOME=" + (home / "data").string(),
@@ -152,9 +162,8 @@ struct World {
   Server& server() {
     static Server* server = [this] {
       auto* s = new Server(environment);
-      s->ask(
-          R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2025-11-25","clientInfo":{"name":"bench"}}})");
-      s->send(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
+      s->ask(kInitialize);
+      s->send(kInitialized);
       return s;
     }();
     return *server;
@@ -197,11 +206,7 @@ void request(benchmark::State& state, const std::string& line) {
       [] { return world().parseSeconds(); }, "x_parse");
 }
 
-void BM_SearchClosedTabs(benchmark::State& state) {
-  request(
-      state,
-      R"({"jsonrpc":"2.0","id":2,"method":"tools/call","params":{"name":"search_closed_tabs","arguments":{"query":"github swift","limit":20}}})");
-}
+void BM_SearchClosedTabs(benchmark::State& state) { request(state, kSearch); }
 
 void BM_SearchClosedTabsEmptyQuery(benchmark::State& state) {
   request(
@@ -213,6 +218,31 @@ void BM_ListTabs(benchmark::State& state) {
   request(
       state,
       R"({"jsonrpc":"2.0","id":4,"method":"tools/call","params":{"name":"list_tabs","arguments":{"limit":100}}})");
+}
+
+// The library rewritten before every request (untimed), alternating between two texts
+// that differ in one letter of one URL, so that each request finds bytes it has not
+// decoded yet; the original is back afterwards.
+void BM_FirstRequestAfterChange(benchmark::State& state) {
+  World& w = world();
+  Server& server = w.server();
+  std::string changed = w.json;
+  const size_t host = changed.find("\"url\": \"https://") + 16;
+  changed[host] = changed[host] == 'x' ? 'y' : 'x';
+  bool flip = false;
+  compare(
+      state,
+      [&] {
+        std::ofstream(w.file, std::ios::binary | std::ios::trunc)
+            << ((flip = !flip) ? changed : w.json);
+        const auto start = Clock::now();
+        const std::string answer = server.ask(kSearch);
+        const double seconds = secondsSince(start);
+        if (answer.find("\"isError\":false") == std::string::npos) std::abort();
+        return seconds;
+      },
+      [&] { return w.parseSeconds(); }, "x_parse");
+  std::ofstream(w.file, std::ios::binary | std::ios::trunc) << w.json;
 }
 
 void BM_PeakMemory(benchmark::State& state) {
@@ -245,6 +275,22 @@ void BM_SpawnToFirstAnswer(benchmark::State& state) {
       spawnTrueSeconds, "x_true");
 }
 
+// A client's first tool call: spawn, handshake and one search, all on a library the new
+// process has never read.
+void BM_SpawnToFirstToolCall(benchmark::State& state) {
+  compare(
+      state,
+      [] {
+        const auto start = Clock::now();
+        Server server(world().environment);
+        server.ask(kInitialize);
+        server.send(kInitialized);
+        benchmark::DoNotOptimize(server.ask(kSearch));
+        return secondsSince(start);
+      },
+      [] { return world().parseSeconds(); }, "x_parse");
+}
+
 // Few iterations, each timed by hand: a request costs tens of milliseconds.
 BENCHMARK(BM_SearchClosedTabs)->UseManualTime()->Iterations(30)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SearchClosedTabsEmptyQuery)
@@ -252,8 +298,13 @@ BENCHMARK(BM_SearchClosedTabsEmptyQuery)
     ->Iterations(30)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ListTabs)->UseManualTime()->Iterations(30)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FirstRequestAfterChange)
+    ->UseManualTime()
+    ->Iterations(20)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PeakMemory)->Iterations(1);
 BENCHMARK(BM_SpawnToFirstAnswer)->UseManualTime()->Iterations(50)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SpawnToFirstToolCall)->UseManualTime()->Iterations(20)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace velto

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -84,6 +85,8 @@ bool allowedMove(Session from, Session to, bool answered) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const LibraryFolder folder;
+  // One decoding of the unchanged library for all sessions: each request still reads it.
+  static const auto reader = std::make_shared<LibraryReader>();
   const std::string_view input(reinterpret_cast<const char*>(data), size);
   std::vector<std::string_view> lines;
   for (size_t start = 0; start <= input.size() && lines.size() < 16;) {
@@ -98,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (int steps = 0; steps <= 2; ++steps) {
     MCPService service(
         LibraryStore(folder.path), kClientID, kToken,
-        [](const SavedTab&) { return Result<void>(); }, [] { return kNow; });
+        [](const SavedTab&) { return Result<void>(); }, [] { return kNow; }, {}, reader);
     for (int i = 0; i < steps; ++i) (void)service.respond(handshake[i]);
     if (static_cast<int>(service.session()) != steps) std::abort();
 

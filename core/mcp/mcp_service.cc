@@ -68,13 +68,15 @@ struct MCPService::Reply {
 };
 
 MCPService::MCPService(LibraryStore store, std::string clientID, std::string token,
-                       ToolCalls::Opener opener, Clock clock, Diagnostics diagnostics)
+                       ToolCalls::Opener opener, Clock clock, Diagnostics diagnostics,
+                       std::shared_ptr<LibraryReader> reader)
     : store_(std::move(store)),
       clientID_(std::move(clientID)),
       token_(std::move(token)),
       opener_(std::move(opener)),
       clock_(std::move(clock)),
-      diagnostics_(std::move(diagnostics)) {}
+      diagnostics_(std::move(diagnostics)),
+      reader_(std::move(reader)) {}
 
 std::optional<std::string> MCPService::respond(std::string_view bytes) {
   std::optional<JSONMessage> message = parseJSONMessage(bytes);
@@ -107,7 +109,8 @@ std::optional<std::string> MCPService::respond(std::string_view bytes) {
 MCPService::Reply MCPService::dispatch(const std::string& method, const json& params) {
   if (method == "ping") return Reply::success(json::object());
 
-  if (Result<void> loaded = store_.loadInto(decoder_, library_); !loaded.ok()) {
+  const Result<const PreparedLibrary*> loaded = reader_->load(store_);
+  if (!loaded.ok()) {
     // Clients show the answer's text poorly or not at all, and it does not say which file.
     if (diagnostics_) {
       diagnostics_("could not load the library " + store_.fileURL().string() + ": " +
@@ -115,8 +118,9 @@ MCPService::Reply MCPService::dispatch(const std::string& method, const json& pa
     }
     return Reply::success(toolResult(loaded.error()));
   }
+  const PreparedLibrary& library = **loaded;
 
-  auto decided = ClientAuthorization::check(clientID_, token_, library_);
+  auto decided = ClientAuthorization::check(clientID_, token_, library.state);
   const ClientGrant* grant = std::get_if<ClientGrant>(&decided);
   if (!grant) {
     if (diagnostics_) {
@@ -149,11 +153,12 @@ MCPService::Reply MCPService::dispatch(const std::string& method, const json& pa
     return Reply::failure(kNotInitialized, "Initialize the connection first.");
   }
   if (method == "tools/list") return Reply::success({{"tools", toolDefinitions()}});
-  if (method == "tools/call") return callTool(params, *grant);
+  if (method == "tools/call") return callTool(params, library, *grant);
   return Reply::failure(kMethodNotFound, "Method not found");
 }
 
-MCPService::Reply MCPService::callTool(const json& params, const ClientGrant& grant) {
+MCPService::Reply MCPService::callTool(const json& params, const PreparedLibrary& library,
+                                       const ClientGrant& grant) {
   const auto name = params.find("name");
   if (name == params.end() || !name->is_string()) {
     return Reply::failure(kInvalidParams, "A tool name is required.");
@@ -169,16 +174,16 @@ MCPService::Reply MCPService::callTool(const json& params, const ClientGrant& gr
   };
   if (*name == "list_tabs") {
     return run(ToolCalls::decodeListTabs(arguments), [&](const auto& decoded) {
-      return ToolCalls::listTabs(decoded, library_, clock_());
+      return ToolCalls::listTabs(decoded, library, clock_());
     });
   }
   if (*name == "search_closed_tabs") {
     return run(ToolCalls::decodeSearchClosedTabs(arguments),
-               [&](const auto& decoded) { return ToolCalls::searchClosedTabs(decoded, library_); });
+               [&](const auto& decoded) { return ToolCalls::searchClosedTabs(decoded, library); });
   }
   if (*name == "reopen_tab") {
     return run(ToolCalls::decodeReopenTab(arguments), [&](const auto& decoded) {
-      return ToolCalls::reopenTab(decoded, library_, grant, opener_);
+      return ToolCalls::reopenTab(decoded, library, grant, opener_);
     });
   }
   return Reply::failure(kInvalidParams, "Unknown tool");

@@ -1,12 +1,13 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "core/mcp/tool_calls.h"
-#include "core/model/library_codec.h"
+#include "core/model/library_reader.h"
 #include "core/model/library_store.h"
 #include "core/support/date.h"
 #include "core/support/diagnostics.h"
@@ -41,8 +42,11 @@ class MCPService {
 
   // `clientID` and `token` are taken as given (empty when unset); they are checked on
   // every request. `clock` gives the time the open-tab snapshot's age is measured at.
+  // `reader` may be shared by services that are used one after another on one thread
+  // (a fuzzer's many short sessions), so that they reuse one decoding of unchanged bytes.
   MCPService(LibraryStore store, std::string clientID, std::string token, ToolCalls::Opener opener,
-             Clock clock = now, Diagnostics diagnostics = {});
+             Clock clock = now, Diagnostics diagnostics = {},
+             std::shared_ptr<LibraryReader> reader = std::make_shared<LibraryReader>());
 
   // The response to one message (the bytes of one line, without its line end), without a
   // line end; absent when nothing must be sent back.
@@ -54,7 +58,8 @@ class MCPService {
   struct Reply;
 
   Reply dispatch(const std::string& method, const nlohmann::json& params);
-  Reply callTool(const nlohmann::json& params, const ClientGrant& grant);
+  Reply callTool(const nlohmann::json& params, const PreparedLibrary& library,
+                 const ClientGrant& grant);
 
   LibraryStore store_;
   std::string clientID_;
@@ -63,10 +68,9 @@ class MCPService {
   Clock clock_;
   Diagnostics diagnostics_;
   Session session_ = Session::fresh;
-  // Kept between requests only so that their memory is reused: every request that needs
-  // the library reads and decodes the file again, over these records.
-  LibraryDecoder decoder_;
-  LibraryState library_;
+  // Every request that needs the library reads the file whole through it; only the
+  // decoding of bytes already decoded is reused, which no answer can tell apart.
+  std::shared_ptr<LibraryReader> reader_;
 };
 
 }  // namespace velto

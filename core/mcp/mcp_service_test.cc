@@ -53,10 +53,11 @@ TEST(MCPServiceTest, LibraryProblemsAreToolErrorsEvenForInitialize) {
 
 TEST(MCPServiceTest, ListsOpenTabsOnlyFromAFreshSnapshot) {
   const std::string stale = "The open-tab snapshot is stale. Open Velto and refresh your browsers.";
-  LibraryState library;
+  PreparedLibrary library;
   for (const auto& [age, expected] : std::vector<std::pair<std::optional<double>, std::string>>{
            {0, "ok"}, {119, "ok"}, {120, stale}, {-1, stale}, {std::nullopt, stale}}) {
-    library.liveUpdatedAt = age ? std::optional(addingSeconds(kNow, -*age)) : std::nullopt;
+    library.state.liveUpdatedAt = age ? std::optional(addingSeconds(kNow, -*age)) : std::nullopt;
+    library.prepare();
     const ToolCalls::ToolResult listed = ToolCalls::listTabs({}, library, kNow);
     EXPECT_EQ(listed.ok() ? "ok" : listed.error().message, expected) << age.value_or(-99);
   }

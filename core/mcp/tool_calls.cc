@@ -123,62 +123,41 @@ Result<ReopenTabArguments> decodeReopenTab(const json& arguments) {
   return ReopenTabArguments{*uuid};
 }
 
-ToolResult listTabs(const ListTabsArguments& arguments, const LibraryState& library, Date now) {
-  if (!library.liveUpdatedAt) return toolError(kStaleSnapshot);
-  const double age = secondsBetween(*library.liveUpdatedAt, now);
+ToolResult listTabs(const ListTabsArguments& arguments, const PreparedLibrary& library, Date now) {
+  const LibraryState& state = library.state;
+  if (!state.liveUpdatedAt) return toolError(kStaleSnapshot);
+  const double age = secondsBetween(*state.liveUpdatedAt, now);
   if (age < 0 || age >= kSnapshotFreshSeconds) return toolError(kStaleSnapshot);
 
-  const ExclusionList exclusions(library.preferences.exclusions);
-  const BrowserSet& connected = library.preferences.connectedBrowsers;
   json tabs = json::array();
   int64_t total = 0;
-  for (const LiveTab& tab : library.liveTabs) {
-    if (exclusions.excludes(tab.url) || !connected.contains(tab.browser)) continue;
+  for (uint32_t at : library.listedLiveTabs) {
+    const LiveTab& tab = state.liveTabs[at];
     if (arguments.browser && tab.browser != *arguments.browser) continue;
     if (total++ < arguments.limit) tabs.push_back(openTabObject(tab));
   }
   return json{{"tabs", std::move(tabs)},
               {"total", total},
-              {"observedAt", formatISO8601(*library.liveUpdatedAt)}};
+              {"observedAt", formatISO8601(*state.liveUpdatedAt)}};
 }
 
 ToolResult searchClosedTabs(const SearchClosedTabsArguments& arguments,
-                            const LibraryState& library) {
-  const ExclusionList exclusions(library.preferences.exclusions);
-  const SearchQuery query(arguments.query);
-  // Cheap tests first; all of them must hold, so their order does not change the answer.
-  std::vector<const SavedTab*> kept;
-  for (const SavedTab& tab : library.tabs) {
-    if (tab.state != ArchiveState::closed) continue;
-    if (arguments.since && tab.activityDate() < *arguments.since) continue;
-    if (!query.matches(tab) || exclusions.excludes(tab.url)) continue;
-    kept.push_back(&tab);
-  }
-
-  // Newest first; equal dates keep library order, which is the order of the pointers.
-  const auto newerFirst = [](const SavedTab* a, const SavedTab* b) {
-    const Date dateA = a->activityDate();
-    const Date dateB = b->activityDate();
-    return dateA != dateB ? dateA > dateB : a < b;
-  };
-  const size_t shown = std::min(kept.size(), size_t(arguments.limit));
-  std::partial_sort(kept.begin(), kept.begin() + ptrdiff_t(shown), kept.end(), newerFirst);
-
+                            const PreparedLibrary& library) {
+  const ClosedTabSearch::Page page = library.closedTabs.search(
+      library.state.tabs, SearchQuery(arguments.query), arguments.since, size_t(arguments.limit));
   json tabs = json::array();
-  for (size_t i = 0; i < shown; ++i) tabs.push_back(savedTabObject(*kept[i]));
-  return json{{"tabs", std::move(tabs)}, {"total", kept.size()}};
+  for (const SavedTab* tab : page.tabs) tabs.push_back(savedTabObject(*tab));
+  return json{{"tabs", std::move(tabs)}, {"total", page.total}};
 }
 
-ToolResult reopenTab(const ReopenTabArguments& arguments, const LibraryState& library,
+ToolResult reopenTab(const ReopenTabArguments& arguments, const PreparedLibrary& library,
                      const ClientGrant& grant, const Opener& open) {
   if (!grant.allowReopen) return toolError(kReadOnly);
-  const auto tab = std::find_if(library.tabs.begin(), library.tabs.end(), [&](const SavedTab& t) {
+  const std::vector<SavedTab>& saved = library.state.tabs;
+  const auto tab = std::find_if(saved.begin(), saved.end(), [&](const SavedTab& t) {
     return t.id == arguments.id && t.state != ArchiveState::pendingClose;
   });
-  if (tab == library.tabs.end() ||
-      TabPolicy::isExcluded(tab->url, library.preferences.exclusions)) {
-    return toolError(kTabNotFound);
-  }
+  if (tab == saved.end() || library.exclusions.excludes(tab->url)) return toolError(kTabNotFound);
   if (Result<void> opened = open(*tab); !opened.ok()) return opened.error();
   return json{{"opened", true}};
 }

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "core/model/prepared_library.h"
 #include "core/model/records.h"
 #include "core/support/date.h"
 #include "core/support/result.h"
@@ -58,17 +59,17 @@ Result<ReopenTabArguments> decodeReopenTab(const nlohmann::json& arguments);
 // {"tabs": [...], "total": n, "observedAt": date}: the live tabs, in library order, that
 // are not excluded, belong to a connected browser and match the browser asked for;
 // "total" counts them before the limit. A tool error when the snapshot is stale at `now`.
-ToolResult listTabs(const ListTabsArguments& arguments, const LibraryState& library, Date now);
+ToolResult listTabs(const ListTabsArguments& arguments, const PreparedLibrary& library, Date now);
 
 // {"tabs": [...], "total": n}: the closed, not excluded tabs active at or after "since"
 // that match the query, newest activity first (ties in library order).
 ToolResult searchClosedTabs(const SearchClosedTabsArguments& arguments,
-                            const LibraryState& library);
+                            const PreparedLibrary& library);
 
 // {"opened": true} once `open` has reopened the tab. Refused for a grant without
 // allowReopen before the library is even looked at; a pendingClose or excluded tab counts
 // as not found. Never changes the library.
-ToolResult reopenTab(const ReopenTabArguments& arguments, const LibraryState& library,
+ToolResult reopenTab(const ReopenTabArguments& arguments, const PreparedLibrary& library,
                      const ClientGrant& grant, const Opener& open);
 
 }  // namespace ToolCalls

@@ -16,6 +16,7 @@
 #include <type_traits>
 
 #include "core/model/library_json.h"
+#include "core/support/large_memory.h"
 
 namespace velto {
 
@@ -497,22 +498,23 @@ struct LibraryDecoder::Impl {
   // The bytes of the last document, followed by the padding the parser reads past the
   // end. Kept between documents: a fresh buffer the size of a large library costs more
   // to fault in than to parse.
-  std::unique_ptr<char[]> buffer;
+  LargeBuffer buffer;
   size_t capacity = 0;  // usable bytes, padding excluded
+  size_t size = 0;      // bytes of the last document
 
   // Makes room for `size` bytes, keeping the first `keep` bytes already there.
-  void reserve(size_t size, size_t keep) {
-    if (buffer && size <= capacity) return;
+  void reserve(size_t wanted, size_t keep) {
+    if (buffer.data() && wanted <= capacity) return;
     // Libraries grow a little with every save, so leave room for that growth.
-    const size_t grown = std::max<size_t>(size + size / 8, 64 * 1024);
-    std::unique_ptr<char[]> larger(new char[grown + simdjson::SIMDJSON_PADDING]);
-    if (keep > 0) std::memcpy(larger.get(), buffer.get(), keep);
+    const size_t grown = std::max<size_t>(wanted + wanted / 8, 64 * 1024);
+    LargeBuffer larger(grown + simdjson::SIMDJSON_PADDING);
+    if (keep > 0) std::memcpy(larger.data(), buffer.data(), keep);
     buffer = std::move(larger);
     capacity = grown;
   }
 
-  Result<void> decodeBufferInto(size_t size, LibraryState& state) {
-    std::memset(buffer.get() + size, 0, simdjson::SIMDJSON_PADDING);
+  Result<void> decodeInto(LibraryState& state) {
+    std::memset(buffer.data() + size, 0, simdjson::SIMDJSON_PADDING);
     if (size > parser.capacity() || parser.max_depth() != kParserDepth) {
       // Same growth margin as the buffer, so a slowly growing file does not make the
       // parser reallocate (and fault in) its index on every request.
@@ -522,31 +524,31 @@ struct LibraryDecoder::Impl {
       }
     }
     od::document document;
-    if (const error_code code = iterate(size).get(document)) return parseFailure(code);
+    if (const error_code code = iterate().get(document)) return parseFailure(code);
     Reader reader;
     if (reader.read(document, state)) return {};
     // Malformed JSON anywhere outranks a value of the wrong form, as with a full parse.
     // The document is walked again from the start (after an error On-Demand may have
     // given up on it, so it cannot be rewound).
-    if (const error_code code = iterate(size).get(document)) return parseFailure(code);
-    if (const error_code code = checkDocument(document, buffer.get() + size)) {
+    if (const error_code code = iterate().get(document)) return parseFailure(code);
+    if (const error_code code = checkDocument(document, buffer.data() + size)) {
       return parseFailure(code);
     }
     if (reader.error) return *std::move(reader.error);
     return parseFailure(reader.malformed);
   }
 
-  simdjson::simdjson_result<od::document> iterate(size_t size) {
-    return parser.iterate(buffer.get(), size, capacity + simdjson::SIMDJSON_PADDING);
+  simdjson::simdjson_result<od::document> iterate() {
+    return parser.iterate(buffer.data(), size, capacity + simdjson::SIMDJSON_PADDING);
   }
 
-  Result<LibraryState> decodeBuffer(size_t size) {
+  Result<LibraryState> decode() {
     LibraryState state;
-    if (auto decoded = decodeBufferInto(size, state); !decoded) return decoded.error();
+    if (auto decoded = decodeInto(state); !decoded) return decoded.error();
     return state;
   }
 
-  Result<void> readFile(const std::filesystem::path& file, size_t& size);
+  Result<void> readFile(const std::filesystem::path& file);
 };
 
 LibraryDecoder::LibraryDecoder() : impl_(std::make_unique<Impl>()) {}
@@ -554,11 +556,13 @@ LibraryDecoder::~LibraryDecoder() = default;
 
 Result<LibraryState> LibraryDecoder::decode(std::string_view bytes) {
   impl_->reserve(bytes.size(), 0);
-  if (!bytes.empty()) std::memcpy(impl_->buffer.get(), bytes.data(), bytes.size());
-  return impl_->decodeBuffer(bytes.size());
+  if (!bytes.empty()) std::memcpy(impl_->buffer.data(), bytes.data(), bytes.size());
+  impl_->size = bytes.size();
+  return impl_->decode();
 }
 
-Result<void> LibraryDecoder::Impl::readFile(const std::filesystem::path& file, size_t& size) {
+Result<void> LibraryDecoder::Impl::readFile(const std::filesystem::path& file) {
+  size = 0;
   const FileDescriptor descriptor{::open(file.c_str(), O_RDONLY | O_CLOEXEC)};
   if (descriptor.fd < 0) return readFailure(file, errno);
   struct stat status {};
@@ -566,31 +570,40 @@ Result<void> LibraryDecoder::Impl::readFile(const std::filesystem::path& file, s
   if (S_ISDIR(status.st_mode)) return readFailure(file, EISDIR);
   // One byte beyond the expected size lets the read that finds the end fit without
   // growing; a file that grew since fstat is still read whole.
-  size = 0;
+  size_t read = 0;
   reserve(static_cast<size_t>(std::max<off_t>(status.st_size, 0)) + 1, 0);
   for (;;) {
-    if (size == capacity) reserve(capacity + 1, size);
-    const ssize_t count = ::read(descriptor.fd, buffer.get() + size, capacity - size);
+    if (read == capacity) reserve(capacity + 1, read);
+    const ssize_t count = ::read(descriptor.fd, buffer.data() + read, capacity - read);
     if (count < 0) {
       if (errno == EINTR) continue;
       return readFailure(file, errno);
     }
-    if (count == 0) return {};
-    size += static_cast<size_t>(count);
+    if (count == 0) break;
+    read += static_cast<size_t>(count);
   }
+  size = read;
+  return {};
 }
 
 Result<LibraryState> LibraryDecoder::decodeFile(const std::filesystem::path& file) {
-  size_t size = 0;
-  if (auto read = impl_->readFile(file, size); !read) return read.error();
-  return impl_->decodeBuffer(size);
+  if (auto read = impl_->readFile(file); !read) return read.error();
+  return impl_->decode();
 }
 
 Result<void> LibraryDecoder::decodeFileInto(const std::filesystem::path& file,
                                             LibraryState& state) {
-  size_t size = 0;
-  if (auto read = impl_->readFile(file, size); !read) return read.error();
-  return impl_->decodeBufferInto(size, state);
+  if (auto read = impl_->readFile(file); !read) return read.error();
+  return impl_->decodeInto(state);
+}
+
+Result<std::string_view> LibraryDecoder::readFile(const std::filesystem::path& file) {
+  if (auto read = impl_->readFile(file); !read) return read.error();
+  return std::string_view(impl_->buffer.data(), impl_->size);
+}
+
+Result<void> LibraryDecoder::decodeReadInto(LibraryState& state) {
+  return impl_->decodeInto(state);
 }
 
 Result<LibraryState> decodeLibrary(std::string_view bytes) {

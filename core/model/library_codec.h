@@ -49,6 +49,13 @@ class LibraryDecoder {
   // values and must not be used.
   Result<void> decodeFileInto(const std::filesystem::path& file, LibraryState& state);
 
+  // The two halves of decodeFileInto, for a caller that looks at the bytes in between:
+  // readFile reads the whole file into the kept buffer and returns its bytes, valid until
+  // the next read or decode; decodeReadInto decodes the bytes last read (none after a
+  // failed read) into `state`, with the same rules.
+  Result<std::string_view> readFile(const std::filesystem::path& file);
+  Result<void> decodeReadInto(LibraryState& state);
+
  private:
   struct Impl;
   std::unique_ptr<Impl> impl_;

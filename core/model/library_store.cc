@@ -81,13 +81,28 @@ Result<LibraryState> LibraryStore::load(LibraryDecoder& decoder) const {
 }
 
 Result<void> LibraryStore::loadInto(LibraryDecoder& decoder, LibraryState& state) const {
-  const fs::path file = fileURL();
-  struct stat status {};
-  if (::stat(file.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
+  const Result<std::optional<std::string_view>> bytes = read(decoder);
+  if (!bytes) return bytes.error();
+  if (!*bytes) {
     state = LibraryState{};
     return {};
   }
-  if (auto decoded = decoder.decodeFileInto(file, state); !decoded) return decoded;
+  return decodeRead(decoder, state);
+}
+
+Result<std::optional<std::string_view>> LibraryStore::read(LibraryDecoder& decoder) const {
+  const fs::path file = fileURL();
+  struct stat status {};
+  if (::stat(file.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
+    return std::optional<std::string_view>();
+  }
+  Result<std::string_view> bytes = decoder.readFile(file);
+  if (!bytes) return bytes.error();
+  return std::optional<std::string_view>(*bytes);
+}
+
+Result<void> LibraryStore::decodeRead(LibraryDecoder& decoder, LibraryState& state) {
+  if (auto decoded = decoder.decodeReadInto(state); !decoded) return decoded;
   if (state.version != 1) return VeltoError::newerLibrary();
   return {};
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string_view>
 
 #include "core/model/library_codec.h"
@@ -47,6 +48,13 @@ class LibraryStore {
   // decodeFileInto): what a server that loads on every request keeps between requests.
   // On failure `state` must not be used.
   Result<void> loadInto(LibraryDecoder& decoder, LibraryState& state) const;
+
+  // loadInto in two steps, for a caller that looks at the bytes in between: the file's
+  // bytes, read whole into the decoder (absent when there is no file, which stands for a
+  // fresh default LibraryState; the same read failures as load); then those bytes
+  // decoded into `state` with the same rules as load.
+  Result<std::optional<std::string_view>> read(LibraryDecoder& decoder) const;
+  static Result<void> decodeRead(LibraryDecoder& decoder, LibraryState& state);
 
   // Creates the folder if needed (createPrivateFolder), tightens it to 0700, then
   // atomically replaces the file with the encoded state at mode 0600 and flushes it to

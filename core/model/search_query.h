@@ -19,6 +19,9 @@ class SearchQuery {
   bool matches(std::string_view title, std::string_view url, Browser browser) const;
   bool matches(const SavedTab& tab) const { return matches(tab.title, tab.url, tab.browser); }
 
+  // The terms, each folded as foldedForSearch does; none holds white space.
+  const std::vector<std::string>& terms() const { return terms_; }
+
  private:
   std::vector<std::string> terms_;  // folded
 };

@@ -4,6 +4,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <optional>
+#include <unordered_map>
 
 namespace velto {
 
@@ -46,8 +49,8 @@ size_t sequenceLength(std::string_view text, size_t at, size_t& subpart) {
 
 bool isWhiteSpace(utf8proc_int32_t c) {
   return (c >= 0x09 && c <= 0x0D) || c == 0x20 || c == 0x85 || c == 0xA0 || c == 0x1680 ||
-         (c >= 0x2000 && c <= 0x200A) || c == 0x2028 || c == 0x2029 || c == 0x202F ||
-         c == 0x205F || c == 0x3000;
+         (c >= 0x2000 && c <= 0x200A) || c == 0x2028 || c == 0x2029 || c == 0x202F || c == 0x205F ||
+         c == 0x3000;
 }
 
 char asciiLower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
@@ -179,6 +182,90 @@ std::string foldedForSearch(std::string_view text) {
   return out;
 }
 
+namespace {
+
+// What one code point folds to on its own, in UTF-8: marks fold to nothing.
+struct CharacterFold {
+  uint8_t length = 0;  // bytes + 1; 0: not worked out yet
+  char bytes[7] = {};
+};
+
+// Folding a text's characters one by one and joining the results gives the folding of
+// the whole text, because the marks that composition would join are stripped, with one
+// exception: conjoining Hangul jamo (which are not marks) compose with their neighbours.
+bool composesWithNeighbours(utf8proc_int32_t c) {
+  return (c >= 0x1100 && c <= 0x11FF) || (c >= 0xA960 && c <= 0xA97F) ||
+         (c >= 0xD7B0 && c <= 0xD7FF);
+}
+
+CharacterFold foldOf(utf8proc_int32_t c) {
+  utf8proc_uint8_t encoded[4];
+  const utf8proc_ssize_t size = utf8proc_encode_char(c, encoded);
+  const std::string folded =
+      foldedForSearch(std::string_view(reinterpret_cast<const char*>(encoded), size_t(size)));
+  CharacterFold fold;
+  if (folded.size() > sizeof fold.bytes) return fold;  // length 0: does not fit
+  std::memcpy(fold.bytes, folded.data(), folded.size());
+  fold.length = static_cast<uint8_t>(folded.size() + 1);
+  return fold;
+}
+
+// The folding of a character, when it fits in a table entry: a table for the Basic
+// Multilingual Plane, a map for the few others met (emoji, mostly).
+std::optional<std::string_view> characterFold(utf8proc_int32_t c) {
+  // Zero-filled pages are only touched for the characters met.
+  thread_local std::unique_ptr<CharacterFold[]> table(new CharacterFold[0x10000]());
+  thread_local std::unordered_map<utf8proc_int32_t, CharacterFold> others;
+  CharacterFold* entry = nullptr;
+  if (c < 0x10000) {
+    entry = &table[static_cast<size_t>(c)];
+    if (entry->length == 0) *entry = foldOf(c);
+  } else {
+    const auto [found, added] = others.try_emplace(c);
+    if (added) found->second = foldOf(c);
+    entry = &found->second;
+  }
+  if (entry->length == 0) return std::nullopt;
+  return std::string_view(entry->bytes, entry->length - 1u);
+}
+
+}  // namespace
+
+void appendFoldedForSearch(std::string& out, std::string_view text) {
+  const size_t start = out.size();
+  out.append(text);
+  // Lowered in one pass that the compiler vectorises, noting on the way whether anything
+  // was not ASCII.
+  auto* appended = reinterpret_cast<unsigned char*>(out.data() + start);
+  unsigned char high = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const unsigned char c = appended[i];
+    high |= c;
+    appended[i] = static_cast<unsigned char>(c + ((static_cast<unsigned>(c - 'A') < 26u) << 5));
+  }
+  if (high < 0x80) return;
+  out.resize(start);
+  const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+  for (size_t at = 0; at < text.size();) {
+    if (bytes[at] < 0x80) {
+      out.push_back(asciiLower(text[at++]));
+      continue;
+    }
+    utf8proc_int32_t c = -1;
+    const utf8proc_ssize_t length =
+        utf8proc_iterate(bytes + at, static_cast<utf8proc_ssize_t>(text.size() - at), &c);
+    const std::optional<std::string_view> folded =
+        length > 0 && !composesWithNeighbours(c) ? characterFold(c) : std::nullopt;
+    if (!folded) {  // ill-formed, or beyond what the table holds: the whole text at once
+      out.resize(start);
+      out += foldedForSearch(text);
+      return;
+    }
+    out += *folded;
+    at += static_cast<size_t>(length);
+  }
+}
+
 bool containsFolded(std::string_view haystack, std::string_view foldedNeedle) {
   if (isASCII(haystack)) {
     return isASCII(foldedNeedle) && containsASCIINoCase(haystack, foldedNeedle);
@@ -206,7 +293,8 @@ Projection project(utf8proc_int32_t codepoint) {
   Projection out;
   out.length = 0;
   const utf8proc_ssize_t count = utf8proc_decompose_char(
-      codepoint, folded, 16, static_cast<utf8proc_option_t>(UTF8PROC_DECOMPOSE | UTF8PROC_CASEFOLD | UTF8PROC_STRIPMARK),
+      codepoint, folded, 16,
+      static_cast<utf8proc_option_t>(UTF8PROC_DECOMPOSE | UTF8PROC_CASEFOLD | UTF8PROC_STRIPMARK),
       &lastWasOther);
   if (count < 0 || count > 16) {
     out.length = 1;

@@ -30,6 +30,11 @@ std::vector<std::string_view> splitAtWhitespace(std::string_view text);
 // removed, recomposed (NFC). ASCII text folds to its lowercase.
 std::string foldedForSearch(std::string_view text);
 
+// Appends foldedForSearch(text) to `out`, for a caller that folds many texts into one
+// buffer: ASCII is lowered in place and each other character's folding is looked up once
+// per thread rather than worked out again for every text.
+void appendFoldedForSearch(std::string& out, std::string_view text);
+
 // True when the folded `needle` occurs in `haystack` compared case- and
 // diacritic-insensitively. `needle` must already be foldedForSearch; an ASCII haystack
 // is searched in place without allocating.

@@ -67,5 +67,22 @@ TEST(TextTest, ContainmentIgnoresCaseAndDiacriticsWithOrWithoutPreparation) {
   }
 }
 
+// Folding into a shared buffer character by character gives exactly what folding each
+// whole text gives: marks stripped, lengths changed by case folding, ill-formed bytes,
+// and conjoining Hangul jamo, which compose across characters.
+TEST(TextTest, AppendedFoldingEqualsWholeTextFolding) {
+  std::string buffer = "kept ";
+  std::string expected = buffer;
+  for (const char* text :
+       {"", "Plain ASCII @[`{", "Cr\u00E8me BR\u00DBL\u00C9E", "Cre\u0300me e\u0301",
+        "Stra\u00DFe \u0130", "\u01C4OS \u01C5", "\u6771\u4EAC \U0001F680 \U0001D400",
+        "\u1112\u1161\u11AB \uD55C", "\uD55C\u11AB", "\u0391\u0301\u03A3\u0345",
+        "bad\xFF byte \xC3", "\uFF26ull\uFF37idth", "=\u0338 \u212A \u2126"}) {
+    appendFoldedForSearch(buffer, text);
+    expected += foldedForSearch(text);
+    EXPECT_EQ(buffer, expected) << text;
+  }
+}
+
 }  // namespace
 }  // namespace velto

@@ -1,44 +1,71 @@
 #include "core/support/uuid.h"
 
+#include <bit>
+#include <cstring>
+
 #include "core/support/crypto.h"
 
 namespace velto {
 
 namespace {
 
-// The value of each hexadecimal digit, 0xff for every other byte. A table instead of
-// comparisons: ids are random, so branching on digit-or-letter mispredicts about half the
-// time, and a large library holds a hundred thousand ids that are parsed on every load.
-constexpr std::array<uint8_t, 256> kHexValues = [] {
-  std::array<uint8_t, 256> values{};
-  values.fill(0xff);
-  for (int i = 0; i < 10; ++i) values['0' + i] = static_cast<uint8_t>(i);
-  for (int i = 0; i < 6; ++i) {
-    values['a' + i] = values['A' + i] = static_cast<uint8_t>(10 + i);
-  }
-  return values;
-}();
+constexpr uint64_t kEachByte = 0x0101010101010101;
 
-// Where each byte's two digits start in the 8-4-4-4-12 form.
-constexpr std::array<uint8_t, 16> kByteOffsets{0,  2,  4,  6,  9,  11, 14, 16,
-                                               19, 21, 24, 26, 28, 30, 32, 34};
+// Eight hexadecimal digits (either case, in text order in a little-endian word) as four
+// bytes; any byte that is not such a digit sets a bit of `invalid`. Eight at a time
+// instead of a table look-up per digit: a large library holds a hundred thousand ids that
+// are parsed whenever it changes.
+uint32_t hexWord(uint64_t word, uint64_t& invalid) {
+  // Bit 7 of `byte + (0x80 - bound)` tells whether a byte below 0x80 is >= bound. A byte
+  // of 0x80 or more is invalid anyway, whatever its carry does to its neighbours.
+  constexpr uint64_t kHigh = 0x80 * kEachByte;
+  const auto atLeast = [](uint64_t bytes, uint8_t bound) {
+    return (bytes + (0x80 - bound) * kEachByte) & kHigh;
+  };
+  const uint64_t digit = atLeast(word, '0') & ~atLeast(word, '9' + 1);
+  const uint64_t lower = word | 0x20 * kEachByte;
+  const uint64_t letter = atLeast(lower, 'a') & ~atLeast(lower, 'f' + 1);
+  invalid |= (word & kHigh) | ((digit | letter) ^ kHigh);
+  // '0'-'9' keep their low nibble; 'a'-'f' and 'A'-'F' (bit 6 set) add 9 to theirs.
+  const uint64_t nibbles = (word & 0x0F * kEachByte) + 9 * ((word >> 6) & kEachByte);
+  // Byte 2i becomes digit 2i in its high nibble and digit 2i+1 in its low one; the odd
+  // bytes are dropped and the even ones packed together.
+  uint64_t packed = ((nibbles << 4) | (nibbles >> 8)) & 0x00FF00FF00FF00FF;
+  packed = (packed | (packed >> 8)) & 0x0000FFFF0000FFFF;
+  return static_cast<uint32_t>(packed | (packed >> 16));
+}
+
+uint64_t load8(const char* at) {
+  uint64_t word;
+  std::memcpy(&word, at, 8);
+  return word;
+}
+
+// Two runs of four digits as one word of eight.
+uint64_t load4And4(const char* first, const char* second) {
+  uint32_t low, high;
+  std::memcpy(&low, first, 4);
+  std::memcpy(&high, second, 4);
+  return uint64_t(high) << 32 | low;
+}
 
 }  // namespace
 
 std::optional<Uuid> Uuid::parse(std::string_view text) {
+  static_assert(std::endian::native == std::endian::little);
   if (text.size() != 36 || text[8] != '-' || text[13] != '-' || text[18] != '-' ||
       text[23] != '-') {
     return std::nullopt;
   }
+  // 8-4-4-4-12 as four runs of eight digits: 0-7, 9-12 with 14-17, 19-22 with 24-27, 28-35.
+  const char* at = text.data();
+  uint64_t invalid = 0;
+  const uint32_t words[4] = {
+      hexWord(load8(at), invalid), hexWord(load4And4(at + 9, at + 14), invalid),
+      hexWord(load4And4(at + 19, at + 24), invalid), hexWord(load8(at + 28), invalid)};
+  if (invalid) return std::nullopt;
   Uuid uuid;
-  uint8_t invalid = 0;
-  for (size_t i = 0; i < 16; ++i) {
-    const uint8_t high = kHexValues[static_cast<uint8_t>(text[kByteOffsets[i]])];
-    const uint8_t low = kHexValues[static_cast<uint8_t>(text[kByteOffsets[i] + 1])];
-    invalid |= high | low;
-    uuid.bytes[i] = static_cast<uint8_t>(high << 4 | low);
-  }
-  if (invalid > 0x0f) return std::nullopt;
+  std::memcpy(uuid.bytes.data(), words, 16);
   return uuid;
 }
 

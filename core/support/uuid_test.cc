@@ -21,6 +21,31 @@ TEST(UuidTest, ReadsOnlyTheHyphenatedFormInEitherCaseAndWritesUpperCase) {
   }
 }
 
+// Every byte value at every digit position: only the 22 hexadecimal digits are read, each
+// as its own value in its own place.
+TEST(UuidTest, EveryDigitPositionTakesExactlyTheHexadecimalDigits) {
+  const std::string base = "00000000-0000-0000-0000-000000000000";
+  for (size_t at = 0; at < base.size(); ++at) {
+    if (base[at] == '-') continue;
+    const size_t digit = at - (at > 8) - (at > 13) - (at > 18) - (at > 23);
+    for (int byte = 0; byte < 256; ++byte) {
+      std::string text = base;
+      text[at] = static_cast<char>(byte);
+      const char c = static_cast<char>(byte);
+      const int value = c >= '0' && c <= '9'   ? c - '0'
+                        : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                        : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                               : -1;
+      const auto uuid = Uuid::parse(text);
+      ASSERT_EQ(uuid.has_value(), value >= 0) << at << " " << byte;
+      if (!uuid) continue;
+      Uuid expected;
+      expected.bytes[digit / 2] = static_cast<uint8_t>(digit % 2 ? value : value << 4);
+      EXPECT_EQ(*uuid, expected) << at << " " << byte;
+    }
+  }
+}
+
 TEST(UuidTest, RandomIsVersionFourAndDistinct) {
   std::set<Uuid> seen;
   for (int i = 0; i < 64; ++i) {

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "core/model/closed_tab_search.h"
+#include "core/model/records.h"
+#include "core/model/exclusion_list.h"
+
+namespace velto {
+
+// A decoded library together with what answering requests over it needs, worked out
+// once per decoding instead of once per request: the normalised exclusions, the closed
+// tabs prepared for search, and the open tabs that may be listed at all.
+struct PreparedLibrary {
+  LibraryState state;
+  ExclusionList exclusions{{}};
+  ClosedTabSearch closedTabs;
+  // Positions in state.liveTabs of the tabs that are not excluded and belong to a
+  // connected browser, in library order.
+  std::vector<uint32_t> listedLiveTabs;
+
+  // Works everything out again from `state`; call after every change to it.
+  void prepare();
+};
+
+}  // namespace velto
