@@ -16,7 +16,7 @@ ClosedTabSearch::Page naiveSearch(const std::vector<SavedTab>& tabs,
                                   std::string_view query, std::optional<Date> since, size_t limit) {
   std::vector<const SavedTab*> kept;
   for (const SavedTab& tab : tabs) {
-    if (tab.state == ArchiveState::closed && !TabPolicy::isExcluded(tab.url, exclusions) &&
+    if (tab.state == ArchiveState::closed && !ExclusionList(exclusions).excludes(tab.url) &&
         (!since || tab.activityDate() >= *since) && tab.matches(query)) {
       kept.push_back(&tab);
     }
