@@ -8,7 +8,6 @@
 
 #include "core/model/search_query.h"
 #include "core/model/velto_error.h"
-#include "core/policy/tab_policy.h"
 #include "core/support/text.h"
 
 namespace velto::ToolCalls {

@@ -30,6 +30,9 @@ Result<const PreparedLibrary*> LibraryReader::load(const LibraryStore& store) {
   // thousands of records. Address space is cheap, so a small library gets room to grow.
   prepareHeapForLargeData(std::max<size_t>(8 * (*bytes)->size(), 64 << 20));
   if (auto decoded = LibraryStore::decodeRead(decoder_, library_.state); !decoded) {
+    // Nothing half-read stays behind, not even unused.
+    library_.state = LibraryState{};
+    library_.prepare();
     return decoded.error();
   }
   library_.prepare();
