@@ -138,7 +138,7 @@ TEST_F(WatchChromiumTest, ClientSeesTheOpenTabsAndFindsTheOneClosed) {
   ASSERT_TRUE(browser) << why;
 
   // The session file lands a few seconds after a change, and the titles in the history
-  // database a little later.
+  // database a little later: a user sees them within half a minute of the pages loading.
   const std::vector<std::pair<std::string, std::string>> bothOpen{{"Harbour Lights", harbour},
                                                                   {"Quiet Orchard", orchard}};
   json open;
@@ -147,7 +147,7 @@ TEST_F(WatchChromiumTest, ClientSeesTheOpenTabsAndFindsTheOneClosed) {
         open = callTool("list_tabs", json::object());
         return titledURLs(open) == bothOpen;
       },
-      45s))
+      30s))
       << open.dump();
 
   std::string orchardPage;
@@ -163,7 +163,7 @@ TEST_F(WatchChromiumTest, ClientSeesTheOpenTabsAndFindsTheOneClosed) {
         closed = callTool("search_closed_tabs", {{"query", "orchard"}});
         return titledURLs(open).size() == 1 && !titledURLs(closed).empty();
       },
-      45s))
+      30s))
       << open.dump() << "\n"
       << closed.dump();
   EXPECT_EQ(titledURLs(open), (std::vector<std::pair<std::string, std::string>>{bothOpen[0]}));
