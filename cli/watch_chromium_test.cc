@@ -105,7 +105,7 @@ class WatchChromiumTest : public ::testing::Test {
 // The (title, URL) pairs of a tool's tabs.
 std::vector<std::pair<std::string, std::string>> titledURLs(const json& result) {
   std::vector<std::pair<std::string, std::string>> pairs;
-  if (!result.is_object() || !result["tabs"].is_array()) return pairs;
+  if (!result.is_object() || !result.contains("tabs") || !result["tabs"].is_array()) return pairs;
   for (const json& tab : result["tabs"]) {
     pairs.emplace_back(tab.value("title", ""), tab.value("url", ""));
   }
