@@ -146,10 +146,17 @@ class LinuxApplicationLauncher : public ApplicationLauncher {
     if (names.empty()) return false;
     DIR* processes = ::opendir("/proc");
     if (processes == nullptr) return false;
+    const uid_t uid = ::geteuid();
     bool running = false;
     while (const dirent* entry = ::readdir(processes)) {
       const std::string_view pid = entry->d_name;
       if (pid.empty() || pid.find_first_not_of("0123456789") != std::string_view::npos) continue;
+      // Another user's browser keeps its tabs in that user's profile, not in ours: reading
+      // our session files as if our browser ran would keep closed tabs open.
+      struct stat owner {};
+      if (::stat(("/proc/" + std::string(pid)).c_str(), &owner) != 0 || owner.st_uid != uid) {
+        continue;
+      }
       // "pid (name) state ...": the name may hold parentheses itself; the state follows
       // the last one. A zombie has ended and only waits for its parent to collect it.
       std::ifstream stat("/proc/" + std::string(pid) + "/stat");

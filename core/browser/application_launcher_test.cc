@@ -5,6 +5,7 @@
 #include <spawn.h>
 #include <stdlib.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -137,6 +138,28 @@ TEST_F(ApplicationLauncherTest, RunningMeansAProcessWithTheBrowsersName) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   EXPECT_FALSE(seen);
+  ::waitpid(pid, nullptr, 0);
+}
+
+TEST_F(ApplicationLauncherTest, AnotherUsersBrowserIsNotOurs) {
+  if (::geteuid() != 0) GTEST_SKIP() << "starting a process as another user needs root";
+  const fs::path brave = directory_ / "brave";
+  fs::copy_file("/bin/sleep", brave);
+  fs::permissions(directory_, fs::perms::all);
+  const pid_t pid = ::fork();
+  ASSERT_GE(pid, 0);
+  if (pid == 0) {
+    constexpr uid_t kNobody = 65534;
+    if (::setgid(kNobody) != 0 || ::setuid(kNobody) != 0) ::_exit(1);
+    ::execl(brave.c_str(), brave.c_str(), "30", static_cast<char*>(nullptr));
+    ::_exit(1);
+  }
+  // Long enough for the exec to have happened: /proc shows the new name at once after it.
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_FALSE(launcher_->isRunning(Browser::brave));
+  int status = 0;
+  EXPECT_EQ(::waitpid(pid, &status, WNOHANG), 0) << "the other user's fake browser did not run";
+  ::kill(pid, SIGKILL);
   ::waitpid(pid, nullptr, 0);
 }
 
