@@ -95,6 +95,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     start = end + 1;
   }
 
+  // What each line must be answered with depends on the line alone, not on the session.
+  std::vector<std::optional<json>> ids;
+  ids.reserve(lines.size());
+  for (std::string_view line : lines) ids.push_back(expectedId(line));
+
   const std::string handshake[] = {
       R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2025-11-25","clientInfo":{}}})",
       R"({"jsonrpc":"2.0","method":"notifications/initialized"})"};
@@ -105,10 +110,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int i = 0; i < steps; ++i) (void)service.respond(handshake[i]);
     if (static_cast<int>(service.session()) != steps) std::abort();
 
-    for (std::string_view line : lines) {
+    for (size_t i = 0; i < lines.size(); ++i) {
       const Session before = service.session();
-      const std::optional<json> id = expectedId(line);
-      const std::optional<std::string> response = service.respond(line);
+      const std::optional<json>& id = ids[i];
+      const std::optional<std::string> response = service.respond(lines[i]);
       if (response.has_value() != id.has_value()) std::abort();
       if (response && !answers(*response, *id)) std::abort();
       if (!allowedMove(before, service.session(), response.has_value())) std::abort();
