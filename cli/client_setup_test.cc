@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/server_location.h"
+#include "core/support/testing/temp_dir.h"
 
 namespace velto::ClientSetup {
 namespace {
@@ -121,20 +122,13 @@ TEST(ClientSetupTest, TheForOptionIsTakenOutWhereverItStands) {
   for (std::string_view name : kClientNames) EXPECT_TRUE(clientNamed(name)) << name;
 }
 
-class ServerLocationTest : public ::testing::Test {
+class ServerLocationTest : public testing::TempDirTest {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/velto-location-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
-  }
-  void TearDown() override { fs::remove_all(root_); }
   fs::path file(const fs::path& path) {
     fs::create_directories((root_ / path).parent_path());
     std::ofstream(root_ / path) << "binary";
     return root_ / path;
   }
-  fs::path root_;
 };
 
 TEST_F(ServerLocationTest, InstalledBesideOtherwiseTheReleaseBuildsServer) {

@@ -13,6 +13,7 @@
 #include "core/mcp/client_authorization.h"
 #include "core/model/library_store.h"
 #include "core/model/velto_error.h"
+#include "core/support/testing/temp_dir.h"
 
 namespace velto {
 namespace {
@@ -27,21 +28,10 @@ using Args = std::vector<std::string>;
 const Date kNow = dateFromUTC(2026, 3, 1, 12, 0, 0);
 const std::string kNoSuchID = "00000000-0000-0000-0000-000000000000";
 
-std::string readFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
+using testing::readFile;
 
-class CommandsTest : public ::testing::Test {
+class CommandsTest : public testing::TempDirTest {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/velto-commands-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
-    variables_["HOME"] = root_.string();
-  }
-  void TearDown() override { fs::remove_all(root_); }
-
   int run(const Args& args) {
     out_.str("");
     err_.str("");
@@ -73,8 +63,7 @@ class CommandsTest : public ::testing::Test {
     return Json::parse(text.substr(text.find("\n{") + 1))["mcpServers"]["velto"];
   }
 
-  fs::path root_;
-  std::map<std::string, std::string> variables_;
+  std::map<std::string, std::string> variables_{{"HOME", root_.string()}};
   std::optional<fs::path> executable_;
   std::ostringstream out_, err_;
 };

@@ -22,6 +22,7 @@
 
 #include "core/browser/process_runner.h"
 #include "core/model/library_store.h"
+#include "core/support/testing/temp_dir.h"
 
 namespace {
 
@@ -34,23 +35,16 @@ struct Outcome {
   std::string out, err;
 };
 
-std::string readFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
+using velto::testing::readFile;
 
-class VeltoProcessTest : public ::testing::Test {
+class VeltoProcessTest : public velto::testing::TempDirTest {
  protected:
   void SetUp() override {
     const char* binaries = std::getenv("VELTO_BINARY_DIR");
     ASSERT_NE(binaries, nullptr) << "run through ctest";
     velto_ = fs::path(binaries) / "cli/velto";
-    char pattern[] = "/tmp/velto-process-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
     env_ = {{"HOME", root_.string()}, {"XDG_DATA_HOME", (root_ / "data").string()}};
   }
-  void TearDown() override { fs::remove_all(root_); }
 
   // Runs `program words` under exactly `env`, with `input` on stdin and stdout into
   // `stdoutPath` (read back only when it is the default), until it exits.
@@ -124,7 +118,7 @@ class VeltoProcessTest : public ::testing::Test {
     return false;
   }
 
-  fs::path velto_, root_;
+  fs::path velto_;
   Environment env_;
 };
 

@@ -18,6 +18,7 @@
 
 #include "core/browser/process_runner.h"
 #include "core/browser/testing/chromium_session.h"
+#include "core/support/testing/temp_dir.h"
 
 namespace {
 
@@ -25,22 +26,18 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 using namespace std::chrono_literals;
 
-class WatchChromiumTest : public ::testing::Test {
+class WatchChromiumTest : public velto::testing::TempDirTest {
  protected:
   void SetUp() override {
     const char* binaries = std::getenv("VELTO_BINARY_DIR");
     ASSERT_NE(binaries, nullptr) << "run through ctest";
     velto_ = fs::path(binaries) / "cli/velto";
     server_ = fs::path(binaries) / "server/VeltoMCP";
-    char pattern[] = "/tmp/velto-watch-chromium-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
     // A user's own folders: Debian's Chromium keeps its profile under the configuration
     // folder, where velto finds it as Chrome's.
     env_ = {"-i", "HOME=" + root_.string(), "XDG_CONFIG_HOME=" + (root_ / "config").string(),
             "XDG_DATA_HOME=" + (root_ / "data").string()};
   }
-  void TearDown() override { fs::remove_all(root_); }
 
   // The built velto run with `words` in the test's home; its output when it exited 0.
   std::string velto(const std::vector<std::string>& words) {
@@ -97,7 +94,7 @@ class WatchChromiumTest : public ::testing::Test {
     return false;
   }
 
-  fs::path velto_, server_, root_;
+  fs::path velto_, server_;
   std::vector<std::string> env_;
   std::string clientID_, token_;
 };

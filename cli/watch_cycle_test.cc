@@ -7,6 +7,8 @@
 #include <fstream>
 #include <map>
 
+#include "core/support/testing/temp_dir.h"
+
 namespace velto {
 namespace {
 
@@ -59,19 +61,14 @@ LiveTab open(Browser browser, int tabID, std::string url, bool active = false) {
   return tab;
 }
 
-class WatchCycleTest : public ::testing::Test {
+class WatchCycleTest : public testing::TempDirTest {
  protected:
   void SetUp() override {
-    char name[] = "/tmp/velto-watch-XXXXXX";
-    ASSERT_NE(::mkdtemp(name), nullptr);
-    root_ = name;
-    store_ = LibraryStore(root_ / "Velto");
     LibraryState state;
     state.preferences.connectedBrowsers = {Browser::chrome, Browser::brave};
     state.preferences.exclusions = {"bank.example"};
     ASSERT_TRUE(store_.save(state).ok());
   }
-  void TearDown() override { fs::remove_all(root_); }
 
   // Runs one cycle at `now`, with the browsers answering `running`.
   std::vector<std::string> cycle(std::map<Browser, Result<std::vector<LiveTab>>> running,
@@ -94,8 +91,7 @@ class WatchCycleTest : public ::testing::Test {
     return kept;
   }
 
-  fs::path root_;
-  LibraryStore store_{""};
+  LibraryStore store_{root_ / "Velto"};
   FakeTabSource tabs_;
   FakeVisitSource visits_;
 };
@@ -197,8 +193,7 @@ TEST_F(WatchCycleTest, AnUnreadableLibraryIsReportedAndLeftAlone) {
       cycle({{Browser::chrome, std::vector{open(Browser::chrome, 1, "https://c.example/")}}});
   EXPECT_EQ(problems.size(), 1u);
   EXPECT_TRUE(tabs_.asked.empty());
-  std::ifstream in(store_.fileURL());
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "{\"version\": 1, \"tabs\": [");
+  EXPECT_EQ(testing::readFile(store_.fileURL()), "{\"version\": 1, \"tabs\": [");
 }
 
 }  // namespace

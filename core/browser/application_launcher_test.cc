@@ -12,6 +12,8 @@
 #include <fstream>
 #include <thread>
 
+#include "core/support/testing/temp_dir.h"
+
 namespace velto {
 namespace {
 
@@ -19,23 +21,18 @@ namespace fs = std::filesystem;
 
 // This platform's launcher with a private PATH folder for fake browsers: shell scripts
 // that record their arguments, so these tests run where the fakes can run (Linux).
-class ApplicationLauncherTest : public ::testing::Test {
+class ApplicationLauncherTest : public testing::TempDirTest {
  protected:
   void SetUp() override {
 #ifndef __linux__
     GTEST_SKIP() << "the launcher finds browsers on PATH only on Linux";
 #endif
-    std::string pattern = (fs::temp_directory_path() / "velto-launcher.XXXXXX").string();
-    directory_ = ::mkdtemp(pattern.data());
-    fs::create_directory(directory_ / "bin");
-    fs::current_path(directory_);
+    fs::create_directory(root_ / "bin");
+    fs::current_path(root_);
     // Relative and empty entries are never searched, even when they name the folder.
-    launcher_ = launcherWithPath("bin::" + (directory_ / "bin").string());
+    launcher_ = launcherWithPath("bin::" + (root_ / "bin").string());
   }
-  void TearDown() override {
-    fs::current_path(fs::temp_directory_path());
-    if (!directory_.empty()) fs::remove_all(directory_);
-  }
+  void TearDown() override { fs::current_path(fs::temp_directory_path()); }
 
   static std::unique_ptr<ApplicationLauncher> launcherWithPath(std::string path) {
     return platformApplicationLauncher([path](std::string_view name) {
@@ -46,31 +43,29 @@ class ApplicationLauncherTest : public ::testing::Test {
   // A fake browser `name` that writes its arguments to <name>.args (whole, by renaming).
   void fakeBrowser(const std::string& name, fs::perms perms = fs::perms::owner_all,
                    std::string script = "") {
-    const std::string record = (directory_ / name).string() + ".args";
+    const std::string record = (root_ / name).string() + ".args";
     if (script.empty()) {
       script = "#!/bin/sh\nprintf '%s\\n' \"$@\" > " + record + ".tmp && mv " + record + ".tmp " +
                record + "\n";
     }
-    std::ofstream(directory_ / "bin" / name) << script;
-    fs::permissions(directory_ / "bin" / name, perms);
+    std::ofstream(root_ / "bin" / name) << script;
+    fs::permissions(root_ / "bin" / name, perms);
   }
 
   std::string recordedArguments(const std::string& name) {
-    const fs::path record = directory_ / (name + ".args");
+    const fs::path record = root_ / (name + ".args");
     for (int i = 0; i < 200 && !fs::exists(record); ++i) {  // the browser runs detached
       std::this_thread::sleep_for(std::chrono::milliseconds(25));
     }
-    std::ifstream file(record);
-    return std::string(std::istreambuf_iterator<char>(file), {});
+    return testing::readFile(record);
   }
 
-  fs::path directory_;
   std::unique_ptr<ApplicationLauncher> launcher_;
 };
 
 TEST_F(ApplicationLauncherTest, FindsOnlyExecutableFilesOnAbsolutePathEntries) {
   fakeBrowser("google-chrome", fs::perms::owner_read);
-  fs::create_directory(directory_ / "bin" / "brave-browser");
+  fs::create_directory(root_ / "bin" / "brave-browser");
   fakeBrowser("microsoft-edge-stable");
   fakeBrowser("safari");
   EXPECT_FALSE(launcher_->isInstalled(Browser::chrome));
@@ -89,20 +84,20 @@ TEST_F(ApplicationLauncherTest, OpenGivesTheURLAsOneArgumentToTheFirstCommandFou
   const std::string url = "https://example.org/?q=a b;$(touch pwned)&x='\"";
   ASSERT_TRUE(launcher_->open(url, Browser::chrome).ok());
   EXPECT_EQ(recordedArguments("google-chrome-stable"), url + "\n");
-  EXPECT_FALSE(fs::exists(directory_ / "pwned"));
-  EXPECT_FALSE(fs::exists(directory_ / "google-chrome.args"));
+  EXPECT_FALSE(fs::exists(root_ / "pwned"));
+  EXPECT_FALSE(fs::exists(root_ / "google-chrome.args"));
 
   // Success means the program started: an exec that fails is reported.
   fakeBrowser("brave-browser", fs::perms::owner_all, "#!/nonexistent/interpreter\n");
   EXPECT_EQ(launcher_->open("https://example.org/", Browser::brave).error().message,
-            "Could not start " + (directory_ / "bin" / "brave-browser").string() +
+            "Could not start " + (root_ / "bin" / "brave-browser").string() +
                 ": No such file or directory");
   EXPECT_EQ(launcher_->open("https://example.org/", Browser::edge).error().message,
             "Edge is not installed. Copy this link to open it in another browser.");
 }
 
 TEST_F(ApplicationLauncherTest, ChromiumRunsAsChrome) {
-  const fs::path chromium = directory_ / "chromium";
+  const fs::path chromium = root_ / "chromium";
   fs::copy_file("/bin/sleep", chromium);
   pid_t pid = 0;
   char seconds[] = "30";
@@ -118,7 +113,7 @@ TEST_F(ApplicationLauncherTest, ChromiumRunsAsChrome) {
 }
 
 TEST_F(ApplicationLauncherTest, RunningMeansAProcessWithTheBrowsersName) {
-  const fs::path brave = directory_ / "brave";  // runs under Brave's process name
+  const fs::path brave = root_ / "brave";  // runs under Brave's process name
   fs::copy_file("/bin/sleep", brave);
   EXPECT_FALSE(launcher_->isRunning(Browser::brave));
   pid_t pid = 0;
@@ -143,9 +138,9 @@ TEST_F(ApplicationLauncherTest, RunningMeansAProcessWithTheBrowsersName) {
 
 TEST_F(ApplicationLauncherTest, AnotherUsersBrowserIsNotOurs) {
   if (::geteuid() != 0) GTEST_SKIP() << "starting a process as another user needs root";
-  const fs::path brave = directory_ / "brave";
+  const fs::path brave = root_ / "brave";
   fs::copy_file("/bin/sleep", brave);
-  fs::permissions(directory_, fs::perms::all);
+  fs::permissions(root_, fs::perms::all);
   const pid_t pid = ::fork();
   ASSERT_GE(pid, 0);
   if (pid == 0) {

@@ -13,6 +13,7 @@
 #include "core/browser/testing/chromium_session.h"
 #include "core/browser/testing/session_file_builder.h"
 #include "core/model/velto_error.h"
+#include "core/support/testing/temp_dir.h"
 
 namespace velto {
 namespace {
@@ -20,17 +21,13 @@ namespace {
 namespace fs = std::filesystem;
 using testing::SessionFileBuilder;
 
-class SessionReaderTest : public ::testing::Test {
+class SessionReaderTest : public testing::TempDirTest {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/velto-sessions-XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern), nullptr);
-    root_ = pattern;
     env_ = [config = (root_ / "config").string()](std::string_view name) {
       return name == "XDG_CONFIG_HOME" ? std::optional(config) : std::nullopt;
     };
   }
-  void TearDown() override { fs::remove_all(root_); }
 
   // Writes `bytes` as <data>/<profile>/Sessions/<name>, <data> under the config folder.
   fs::path write(const std::string& data, const std::string& profile, const std::string& name,
@@ -62,7 +59,6 @@ class SessionReaderTest : public ::testing::Test {
     return ids;
   }
 
-  fs::path root_;
   EnvironmentLookup env_;
 };
 

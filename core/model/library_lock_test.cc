@@ -9,21 +9,15 @@
 #include <fstream>
 #include <thread>
 
+#include "core/support/testing/temp_dir.h"
+
 namespace velto {
 namespace {
 
 namespace fs = std::filesystem;
 
-class LibraryLockTest : public ::testing::Test {
+class LibraryLockTest : public testing::TempDirTest {
  protected:
-  void SetUp() override {
-    char name[] = "/tmp/velto-lock-XXXXXX";
-    ASSERT_NE(::mkdtemp(name), nullptr);
-    root_ = name;
-    store_ = LibraryStore(root_ / "new" / "Velto");
-  }
-  void TearDown() override { fs::remove_all(root_); }
-
   // Adds one saved tab titled `title`.
   Result<void> addTab(const std::string& title) {
     return updateLibrary(store_, [&](LibraryState& state) {
@@ -32,8 +26,7 @@ class LibraryLockTest : public ::testing::Test {
     });
   }
 
-  fs::path root_;
-  LibraryStore store_{""};
+  LibraryStore store_{root_ / "new" / "Velto"};
 };
 
 TEST_F(LibraryLockTest, ConcurrentWritersKeepEveryChange) {
@@ -93,8 +86,7 @@ TEST_F(LibraryLockTest, AnUnreadableLibraryIsNeverOverwritten) {
     });
     EXPECT_FALSE(result.ok());
     EXPECT_FALSE(called);
-    std::ifstream in(store_.fileURL());
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), bad);
+    EXPECT_EQ(testing::readFile(store_.fileURL()), bad);
   }
 }
 

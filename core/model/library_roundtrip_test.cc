@@ -8,11 +8,11 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <random>
 
 #include "core/model/library_codec.h"
 #include "core/model/library_store.h"
+#include "core/support/testing/temp_dir.h"
 
 namespace velto {
 namespace {
@@ -164,17 +164,7 @@ TEST(LibraryRoundTripTest, RandomLibrariesReadBackEqual) {
   }
 }
 
-class LibrarySaveTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    char name[] = "/tmp/velto-roundtrip-XXXXXX";
-    ASSERT_NE(::mkdtemp(name), nullptr);
-    root_ = name;
-  }
-  void TearDown() override { fs::remove_all(root_); }
-
-  fs::path root_;
-};
+using LibrarySaveTest = testing::TempDirTest;
 
 TEST_F(LibrarySaveTest, RandomLibrariesSurviveSaveAndLoad) {
   const LibraryStore store(root_ / "Velto");
@@ -197,8 +187,7 @@ TEST_F(LibrarySaveTest, DatesOutsideTheWritableYearsFailTheSaveAndKeepTheFile) {
   good.tabs.emplace_back().savedAt = kLastWritable;
   good.liveUpdatedAt = kFirstWritable;
   ASSERT_TRUE(store.save(good));
-  std::ifstream in(store.fileURL(), std::ios::binary);
-  const std::string before{std::istreambuf_iterator<char>(in), {}};
+  const std::string before = testing::readFile(store.fileURL());
   EXPECT_EQ(*store.load(), good);
 
   using Edit = std::pair<std::function<void(LibraryState&)>, std::string>;  // change, key path
@@ -225,8 +214,7 @@ TEST_F(LibrarySaveTest, DatesOutsideTheWritableYearsFailTheSaveAndKeepTheFile) {
     EXPECT_EQ(saved.error().message, "The library could not be saved: \"" + path +
                                          "\" is a date outside the years 1 to 9999, which the "
                                          "file cannot hold.");
-    std::ifstream after(store.fileURL(), std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(after), {}), before) << path;
+    EXPECT_EQ(testing::readFile(store.fileURL()), before) << path;
     EXPECT_EQ(std::distance(fs::directory_iterator(root_ / "Velto"), fs::directory_iterator()), 1);
   }
 }

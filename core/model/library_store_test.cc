@@ -6,28 +6,19 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
-#include <iterator>
 
 #include "core/model/velto_error.h"
+#include "core/support/testing/temp_dir.h"
 
 namespace velto {
 namespace {
 
 namespace fs = std::filesystem;
 
-class LibraryStoreTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    char name[] = "/tmp/velto-store-XXXXXX";
-    ASSERT_NE(::mkdtemp(name), nullptr);
-    root_ = name;
-  }
-  void TearDown() override { fs::remove_all(root_); }
+using testing::readFile;
 
-  static std::string contents(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
+class LibraryStoreTest : public testing::TempDirTest {
+ protected:
   static void write(const fs::path& file, const std::string& bytes) {
     std::ofstream(file, std::ios::binary) << bytes;
   }
@@ -43,8 +34,6 @@ class LibraryStoreTest : public ::testing::Test {
   static long entries(const fs::path& folder) {
     return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
   }
-
-  fs::path root_;
 };
 
 TEST_F(LibraryStoreTest, MissingFileLoadsTheFreshLibraryAndCreatesNothing) {
@@ -71,7 +60,7 @@ TEST_F(LibraryStoreTest, FailedLoadsSayWhyAndLeaveTheFileAlone) {
     other.version = version;
     write(store.fileURL(), encodeLibrary(other));
     EXPECT_EQ(store.load().error(), VeltoError::newerLibrary()) << version;
-    EXPECT_EQ(contents(store.fileURL()), encodeLibrary(other));
+    EXPECT_EQ(readFile(store.fileURL()), encodeLibrary(other));
   }
   write(store.fileURL(), "{\"version\": 1, \"tabs\": []}");
   EXPECT_EQ(store.load().error().domain, Error::Domain::decoding);
@@ -104,7 +93,7 @@ TEST_F(LibraryStoreTest, SaveTightensModesAndRoundTripsToTheSecond) {
 TEST_F(LibraryStoreTest, FailedSaveLeavesTheOldFileAndNoTemporary) {
   const LibraryStore store(root_);
   ASSERT_TRUE(store.save(oneTab("old")).ok());
-  const std::string old = contents(store.fileURL());
+  const std::string old = readFile(store.fileURL());
 
   // Tests run as root, so permissions cannot make a write fail; a file size limit can,
   // halfway through the new document.
@@ -119,7 +108,7 @@ TEST_F(LibraryStoreTest, FailedSaveLeavesTheOldFileAndNoTemporary) {
   ASSERT_FALSE(tooBig.ok());
   EXPECT_EQ(tooBig.error().domain, Error::Domain::file);
   EXPECT_NE(tooBig.error().message.find("File too large"), std::string::npos);
-  EXPECT_EQ(contents(store.fileURL()), old);
+  EXPECT_EQ(readFile(store.fileURL()), old);
   EXPECT_EQ(entries(store.directory()), 1);
 
   // A regular file where a parent folder should be.
@@ -127,7 +116,7 @@ TEST_F(LibraryStoreTest, FailedSaveLeavesTheOldFileAndNoTemporary) {
   const Result<void> refused = LibraryStore(root_ / "plain" / "Velto").save(LibraryState{});
   ASSERT_FALSE(refused.ok());
   EXPECT_NE(refused.error().message.find("Not a directory"), std::string::npos);
-  EXPECT_EQ(contents(root_ / "plain"), "x");
+  EXPECT_EQ(readFile(root_ / "plain"), "x");
 }
 
 TEST_F(LibraryStoreTest, SaveRemovesOnlyTemporariesThatACrashLeftBehind) {
