@@ -1,18 +1,14 @@
 #include "core/browser/browser_history.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <sqlite3.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <map>
-#include <sstream>
-#include <thread>
 
 #include "core/browser/process_runner.h"
+#include "core/browser/testing/chromium_session.h"
+#include "core/support/testing/temp_dir.h"
 
 namespace velto::BrowserHistory {
 namespace {
@@ -39,24 +35,13 @@ int64_t chromiumTime(double secondsSince1970) {
   return static_cast<int64_t>((secondsSince1970 + 11644473600.0) * 1e6);
 }
 
-std::string fileBytes(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
-}
-
-class BrowserHistoryTest : public testing::Test {
+class BrowserHistoryTest : public testing::TempDirTest {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/velto-history-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
     env_ = [home = (root_ / "home").string()](std::string_view name) -> std::optional<std::string> {
       return name == "HOME" ? std::optional(home) : std::nullopt;
     };
   }
-  void TearDown() override { fs::remove_all(root_); }
 
   // "<profile>/History" in `browser`'s data folder, the folder created.
   fs::path history(Browser browser, const std::string& profile) {
@@ -111,12 +96,11 @@ class BrowserHistoryTest : public testing::Test {
   std::map<std::string, std::string> allFiles() const {
     std::map<std::string, std::string> files;
     for (const auto& entry : fs::recursive_directory_iterator(root_)) {
-      if (entry.is_regular_file()) files[entry.path().string()] = fileBytes(entry.path());
+      if (entry.is_regular_file()) files[entry.path().string()] = testing::readFile(entry.path());
     }
     return files;
   }
 
-  fs::path root_;
   EnvironmentLookup env_;
 };
 
@@ -192,7 +176,7 @@ TEST_F(BrowserHistoryTest, BrokenDatabasesContributeNothingAndTheRestIsReadAsCom
   makeDatabase(damaged, std::string("PRAGMA page_size = 4096;") + kChromiumSchema +
                             chromiumRow(url, chromiumTime(1800000000), "printf('%.3000c', 'a')") +
                             chromiumRow("https://z.org/", 1, "'victim' || printf('%.3000c', 'z')"));
-  std::string bytes = fileBytes(damaged);
+  std::string bytes = testing::readFile(damaged);
   const size_t page = bytes.find("victim") / 4096 * 4096;
   ASSERT_LT(page, bytes.size());
   bytes.replace(page, 4096, 4096, '\xff');
@@ -298,51 +282,11 @@ TEST_F(BrowserHistoryTest, LocationsUnderTheXDGConfigFolder) {
 }
 #endif
 
-// Answers every connection on 127.0.0.1 with one small page, until destroyed.
-class LoopbackServer {
- public:
-  LoopbackServer() : listener_(socket(AF_INET, SOCK_STREAM, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    auto* raw = reinterpret_cast<sockaddr*>(&address);
-    socklen_t length = sizeof address;
-    if (bind(listener_, raw, length) == 0 && listen(listener_, 16) == 0 &&
-        getsockname(listener_, raw, &length) == 0) {
-      port_ = ntohs(address.sin_port);
-      thread_ = std::thread([this] { serve(); });
-    }
-  }
-  ~LoopbackServer() {
-    shutdown(listener_, SHUT_RDWR);  // ends the accept below
-    if (thread_.joinable()) thread_.join();
-    close(listener_);
-  }
-  uint16_t port() const { return port_; }
-
- private:
-  void serve() const {
-    const std::string body = "<html><head><title>Velto visit</title></head></html>";
-    const std::string response = "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nContent-Length: " +
-                                 std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n" +
-                                 body;
-    for (int client; (client = accept(listener_, nullptr, nullptr)) >= 0; close(client)) {
-      char request[4096];
-      (void)!recv(client, request, sizeof request, 0);  // one read holds a browser's GET
-      (void)!send(client, response.data(), response.size(), MSG_NOSIGNAL);
-    }
-  }
-
-  int listener_;
-  uint16_t port_ = 0;
-  std::thread thread_;
-};
-
 TEST_F(BrowserHistoryTest, ReadsAVisitFromRealChromiumHistory) {
   if (!fs::exists("/usr/bin/chromium")) GTEST_SKIP() << "chromium is not installed";
-  LoopbackServer server;
+  testing::PageServer server({{"/visit?x=1", "Velto visit"}});
   ASSERT_NE(server.port(), 0);
-  const std::string url = "http://127.0.0.1:" + std::to_string(server.port()) + "/visit?x=1";
+  const std::string url = server.url("/visit?x=1");
 
   // A fresh profile where the reader looks for Chrome's, so the real History file of
   // Default is found the same way as a user's. --dump-dom loads the page and quits
