@@ -45,17 +45,6 @@ class DiagnosticsTest : public ::testing::Test {
     return output.standardError;
   }
 
-  ProcessOutput withArguments(std::vector<std::string> arguments) const {
-    const char* buildTree = std::getenv("VELTO_BINARY_DIR");
-    arguments.insert(arguments.begin(),
-                     (std::filesystem::path(buildTree ? buildTree : ".") / "server/VeltoMCP"));
-    arguments.insert(arguments.begin(), "-i");
-    for (const auto& [name, value] : harness_.environment) {
-      arguments.insert(arguments.begin() + 1, name + "=" + value);
-    }
-    return *runProcess("/usr/bin/env", arguments, kPing);
-  }
-
   ServerHarness harness_;
 };
 
@@ -143,12 +132,12 @@ TEST_F(DiagnosticsTest, ADroppedLineIsToldWithItsLengthAndAGoodSessionTellsNothi
 }
 
 TEST_F(DiagnosticsTest, VersionAndHelpAnswerOnStdoutAndOtherArgumentsAreRefused) {
-  const ProcessOutput version = withArguments({"--version"});
+  const ProcessOutput version = harness_.run(kPing, {"--version"});
   EXPECT_EQ(version.exitStatus, 0);
   EXPECT_EQ(version.standardOutput, "VeltoMCP " VELTO_VERSION "\n");
   EXPECT_EQ(version.standardError, "");
 
-  const ProcessOutput help = withArguments({"--help"});
+  const ProcessOutput help = harness_.run(kPing, {"--help"});
   EXPECT_EQ(help.exitStatus, 0);
   EXPECT_THAT(help.standardOutput, StartsWith("Usage: VeltoMCP"));
   for (const char* part : {"VELTO_CLIENT_ID", "VELTO_CLIENT_TOKEN", "XDG_DATA_HOME", "stdin"}) {
@@ -159,7 +148,7 @@ TEST_F(DiagnosticsTest, VersionAndHelpAnswerOnStdoutAndOtherArgumentsAreRefused)
 
   for (const std::vector<std::string>& arguments :
        {std::vector<std::string>{"--serve"}, {"--help", "--version"}, {"x\ny"}}) {
-    const ProcessOutput refused = withArguments(arguments);
+    const ProcessOutput refused = harness_.run(kPing, arguments);
     EXPECT_EQ(refused.exitStatus, 2);
     EXPECT_EQ(refused.standardOutput, "");  // the input is not served
     EXPECT_EQ(lines(refused.standardError), 1u) << refused.standardError;

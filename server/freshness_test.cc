@@ -4,20 +4,16 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "core/mcp/client_authorization.h"
-#include "core/model/library_codec.h"
 #include "server/testing/server_harness.h"
 
 namespace velto::testing {
@@ -35,60 +31,6 @@ const std::vector<std::string> kRequests = {
     R"({"jsonrpc":"2.0","id":2,"method":"tools/call","params":{"name":"search_closed_tabs","arguments":{"query":"PULL github"}}})",
     R"({"jsonrpc":"2.0","id":3,"method":"tools/call","params":{"name":"list_tabs","arguments":{}}})",
     R"({"jsonrpc":"2.0","id":4,"method":"tools/call","params":{"name":"reopen_tab","arguments":{"id":"5A7ED000-0000-4000-8000-000000000005"}}})",
-};
-
-// The server as a client keeps it: one process, one request at a time.
-class Session {
- public:
-  explicit Session(const ServerHarness& harness) {
-    int in[2], out[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) std::abort();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    std::vector<std::string> environment;
-    for (const auto& [name, value] : harness.environment) environment.push_back(name + "=" + value);
-    std::vector<char*> envp;
-    for (std::string& variable : environment) envp.push_back(variable.data());
-    envp.push_back(nullptr);
-    std::string binary =
-        (fs::path(std::getenv("VELTO_BINARY_DIR")) / "server" / "VeltoMCP").string();
-    char* argv[] = {binary.data(), nullptr};
-    if (::posix_spawn(&pid_, binary.c_str(), &actions, nullptr, argv, envp.data()) != 0) {
-      std::abort();
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(in[0]);
-    ::close(out[1]);
-    in_ = in[1];
-    out_ = out[0];
-  }
-  ~Session() {
-    ::close(in_);
-    ::close(out_);
-    ::waitpid(pid_, nullptr, 0);
-  }
-
-  // Sends lines and returns everything answered up to the last line feed expected.
-  std::string ask(const std::string& lines, int answers = 1) {
-    if (::write(in_, lines.data(), lines.size()) != static_cast<ssize_t>(lines.size())) {
-      return "(write failed)";
-    }
-    std::string answer;
-    while (answers > 0) {
-      char byte;
-      if (::read(out_, &byte, 1) != 1) return answer + "(server gone)";
-      answer += byte;
-      if (byte == '\n') --answers;
-    }
-    return answer;
-  }
-
- private:
-  pid_t pid_ = 0;
-  int in_ = -1;
-  int out_ = -1;
 };
 
 // Rewrites the file in place (same inode) and puts its access and modification times
@@ -135,7 +77,7 @@ class FreshnessTest : public ::testing::Test {
 
   ServerHarness harness;
   const std::string original;
-  Session session;
+  ServerSession session;
 };
 
 TEST_F(FreshnessTest, ASameSizeRewriteWithTheSameTimesIsSeen) {

@@ -1,7 +1,11 @@
 #include "server/testing/server_harness.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <spawn.h>
 #include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <sstream>
@@ -12,6 +16,17 @@
 namespace velto::testing {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// The VeltoMCP of the build tree that runs the tests.
+std::string serverBinary() {
+  const char* buildTree = std::getenv("VELTO_BINARY_DIR");
+  EXPECT_NE(buildTree, nullptr) << "VELTO_BINARY_DIR must name the build tree";
+  return (fs::path(buildTree ? buildTree : ".") / "server" / "VeltoMCP").string();
+}
+
+}  // namespace
 
 ServerHarness::ServerHarness() {
   std::string pattern = (fs::temp_directory_path() / "velto-mcp-home.XXXXXX").string();
@@ -52,16 +67,60 @@ void ServerHarness::saveLibrary(const LibraryState& state) const {
   ASSERT_TRUE(saved.ok()) << saved.error().message;
 }
 
-ProcessOutput ServerHarness::run(std::string_view input) const {
-  const char* buildTree = std::getenv("VELTO_BINARY_DIR");
-  EXPECT_NE(buildTree, nullptr) << "VELTO_BINARY_DIR must name the build tree";
+ProcessOutput ServerHarness::run(std::string_view input,
+                                 const std::vector<std::string>& arguments) const {
   // env -i: the server sees exactly these variables, as a client would start it.
-  std::vector<std::string> arguments{"-i"};
-  for (const auto& [name, value] : environment) arguments.push_back(name + "=" + value);
-  arguments.push_back((fs::path(buildTree ? buildTree : ".") / "server" / "VeltoMCP").string());
-  Result<ProcessOutput> output = runProcess("/usr/bin/env", arguments, input);
+  std::vector<std::string> words{"-i"};
+  for (const auto& [name, value] : environment) words.push_back(name + "=" + value);
+  words.push_back(serverBinary());
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  Result<ProcessOutput> output = runProcess("/usr/bin/env", words, input);
   EXPECT_TRUE(output.ok()) << output.error().message;
   return output.ok() ? *output : ProcessOutput{-1, "", ""};
+}
+
+ServerSession::ServerSession(const ServerHarness& harness) {
+  int in[2], out[2];
+  if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) std::abort();
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+  std::vector<std::string> environment;
+  for (const auto& [name, value] : harness.environment) environment.push_back(name + "=" + value);
+  std::vector<char*> envp;
+  for (std::string& variable : environment) envp.push_back(variable.data());
+  envp.push_back(nullptr);
+  std::string binary = serverBinary();
+  char* argv[] = {binary.data(), nullptr};
+  if (::posix_spawn(&pid_, binary.c_str(), &actions, nullptr, argv, envp.data()) != 0) {
+    std::abort();
+  }
+  posix_spawn_file_actions_destroy(&actions);
+  ::close(in[0]);
+  ::close(out[1]);
+  in_ = in[1];
+  out_ = out[0];
+}
+
+ServerSession::~ServerSession() {
+  ::close(in_);
+  ::close(out_);
+  ::waitpid(pid_, nullptr, 0);
+}
+
+std::string ServerSession::ask(std::string_view lines, int answers) {
+  if (::write(in_, lines.data(), lines.size()) != static_cast<ssize_t>(lines.size())) {
+    return "(write failed)";
+  }
+  std::string answer;
+  while (answers > 0) {
+    char byte;
+    if (::read(out_, &byte, 1) != 1) return answer + "(server gone)";
+    answer += byte;
+    if (byte == '\n') --answers;
+  }
+  return answer;
 }
 
 }  // namespace velto::testing

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/browser/process_runner.h"
 #include "core/model/records.h"
@@ -28,14 +31,34 @@ struct ServerHarness {
   std::string sampleLibraryText() const;
   LibraryState sampleLibrary() const;
   void saveLibrary(const LibraryState& state) const;
-  // Writes `input` to the server's stdin, closes it, and waits for the server to exit.
-  ProcessOutput run(std::string_view input) const;
+  // Starts the server with `arguments`, writes `input` to its stdin, closes it, and waits
+  // for the server to exit.
+  ProcessOutput run(std::string_view input, const std::vector<std::string>& arguments = {}) const;
 
   std::filesystem::path home;
   std::filesystem::path bin;
   std::filesystem::path libraryFile;
   std::string liveUpdatedAt;  // when the sample library's open tabs were observed
   std::map<std::string, std::string> environment;
+};
+
+// One server of `harness` kept running as a client keeps it, for one request at a time;
+// ended (its stdin closed, then waited for) when destroyed.
+class ServerSession {
+ public:
+  explicit ServerSession(const ServerHarness& harness);
+  ~ServerSession();
+  ServerSession(const ServerSession&) = delete;
+  ServerSession& operator=(const ServerSession&) = delete;
+
+  // Sends `lines` and returns what the server answers, up to and including the
+  // `answers`-th line feed; a note in brackets ends it when the server has gone.
+  std::string ask(std::string_view lines, int answers = 1);
+
+ private:
+  pid_t pid_ = -1;
+  int in_ = -1;
+  int out_ = -1;
 };
 
 }  // namespace velto::testing
