@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <functional>
 #include <memory>
 
 #include "cli/command_support.h"
@@ -68,53 +69,62 @@ int listBrowsers(CommandContext& c, Args args) {
   return kExitSuccess;
 }
 
-int connectBrowser(CommandContext& c, Args args) {
-  const Arguments a = parse(c, args, {"browsers connect", kConnectHelp, 1, kMisuse});
+// Connect and disconnect alike: their one BROWSER, then `change` applied to the library
+// for it (it returns whether it changed anything), then `report` of what became of it.
+int changeConnection(CommandContext& c, Args args, const CommandSpec& spec,
+                     const std::function<bool(LibraryState&, Browser)>& change,
+                     const std::function<void(Browser)>& report) {
+  const Arguments a = parse(c, args, spec);
   if (a.exit) return *a.exit;
-  const std::optional<Browser> browser = browserArgument(c, a.positional[0], "browsers connect");
+  const std::optional<Browser> browser = browserArgument(c, a.positional[0], spec.name);
   if (!browser) return kExitUsage;
   const auto store = libraryStore(c);
   if (!store) return kExitFailure;
+  const int status =
+      changeLibrary(c, *store, [&](LibraryState& state) { return change(state, *browser); });
+  if (status == kExitSuccess) report(*browser);
+  return status;
+}
+
+int connectBrowser(CommandContext& c, Args args) {
   bool already = false;
-  const int status = changeLibrary(c, *store, [&](LibraryState& state) {
-    already = state.preferences.connectedBrowsers.contains(*browser);
-    state.preferences.connectedBrowsers.insert(*browser);
-    return !already;
-  });
-  if (status != kExitSuccess) return status;
-  const std::string name(displayName(*browser));
-  if (already) {
-    c.out << name << " is already connected.\n";
-    return kExitSuccess;
-  }
-  c.out << "Connected " << name << ": \"velto watch\" reads its open tabs while it runs.\n";
-  if (!platformApplicationLauncher(c.env)->isInstalled(*browser)) {
-    warn(c, name + " does not seem to be installed here");
-  }
-  return kExitSuccess;
+  return changeConnection(
+      c, args, {"browsers connect", kConnectHelp, 1, kMisuse},
+      [&](LibraryState& state, Browser browser) {
+        already = state.preferences.connectedBrowsers.contains(browser);
+        state.preferences.connectedBrowsers.insert(browser);
+        return !already;
+      },
+      [&](Browser browser) {
+        const std::string name(displayName(browser));
+        if (already) {
+          c.out << name << " is already connected.\n";
+          return;
+        }
+        c.out << "Connected " << name << ": \"velto watch\" reads its open tabs while it runs.\n";
+        if (!platformApplicationLauncher(c.env)->isInstalled(browser)) {
+          warn(c, name + " does not seem to be installed here");
+        }
+      });
 }
 
 int disconnectBrowser(CommandContext& c, Args args) {
-  const Arguments a = parse(c, args, {"browsers disconnect", kDisconnectHelp, 1, kMisuse});
-  if (a.exit) return *a.exit;
-  const std::optional<Browser> browser = browserArgument(c, a.positional[0], "browsers disconnect");
-  if (!browser) return kExitUsage;
-  const auto store = libraryStore(c);
-  if (!store) return kExitFailure;
   bool connected = false;
-  const int status = changeLibrary(c, *store, [&](LibraryState& state) {
-    connected = state.preferences.connectedBrowsers.contains(*browser);
-    state.preferences.connectedBrowsers.erase(*browser);
-    // Its open tabs would otherwise stay listed as open until the next snapshot.
-    const auto erased =
-        std::erase_if(state.liveTabs, [&](const LiveTab& tab) { return tab.browser == *browser; });
-    return connected || erased > 0;
-  });
-  if (status != kExitSuccess) return status;
-  const std::string name(displayName(*browser));
-  c.out << (connected ? "Disconnected " + name + ": its open tabs are no longer read.\n"
-                      : name + " was not connected.\n");
-  return kExitSuccess;
+  return changeConnection(
+      c, args, {"browsers disconnect", kDisconnectHelp, 1, kMisuse},
+      [&](LibraryState& state, Browser browser) {
+        connected = state.preferences.connectedBrowsers.contains(browser);
+        state.preferences.connectedBrowsers.erase(browser);
+        // Its open tabs would otherwise stay listed as open until the next snapshot.
+        const auto erased = std::erase_if(
+            state.liveTabs, [&](const LiveTab& tab) { return tab.browser == browser; });
+        return connected || erased > 0;
+      },
+      [&](Browser browser) {
+        const std::string name(displayName(browser));
+        c.out << (connected ? "Disconnected " + name + ": its open tabs are no longer read.\n"
+                            : name + " was not connected.\n");
+      });
 }
 
 }  // namespace
