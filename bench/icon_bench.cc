@@ -2,19 +2,11 @@
 // 512 KiB input limit), against a 64-pixel PNG that needs no shrinking as the yardstick.
 #include <benchmark/benchmark.h>
 
-// jpeglib.h uses FILE and size_t without declaring them.
-// clang-format off
-#include <cstdio>
-#include <jpeglib.h>
-// clang-format on
-
-#include <webp/encode.h>
-
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "core/favicons/icon_image.h"
+#include "core/favicons/testing/test_images.h"
 
 namespace {
 
@@ -37,43 +29,6 @@ RgbaImage gradient(uint32_t side) {
   return image;
 }
 
-std::string jpeg(const RgbaImage& image) {
-  jpeg_compress_struct encoder;
-  jpeg_error_mgr errors;
-  encoder.err = jpeg_std_error(&errors);
-  jpeg_create_compress(&encoder);
-  unsigned char* buffer = nullptr;
-  unsigned long size = 0;
-  jpeg_mem_dest(&encoder, &buffer, &size);
-  encoder.image_width = image.width;
-  encoder.image_height = image.height;
-  encoder.input_components = 4;
-  encoder.in_color_space = JCS_EXT_RGBA;
-  jpeg_set_defaults(&encoder);
-  jpeg_set_quality(&encoder, 80, TRUE);
-  jpeg_start_compress(&encoder, TRUE);
-  while (encoder.next_scanline < image.height) {
-    JSAMPROW row =
-        const_cast<uint8_t*>(&image.pixels[size_t{encoder.next_scanline} * image.width * 4]);
-    jpeg_write_scanlines(&encoder, &row, 1);
-  }
-  jpeg_finish_compress(&encoder);
-  jpeg_destroy_compress(&encoder);
-  std::string out(reinterpret_cast<const char*>(buffer), size);
-  std::free(buffer);
-  return out;
-}
-
-std::string webp(const RgbaImage& image) {
-  uint8_t* data = nullptr;
-  const size_t size = WebPEncodeLosslessRGBA(image.pixels.data(), static_cast<int>(image.width),
-                                             static_cast<int>(image.height),
-                                             static_cast<int>(image.width * 4), &data);
-  std::string out(reinterpret_cast<const char*>(data), size);
-  WebPFree(data);
-  return out;
-}
-
 void thumbnail(benchmark::State& state, const std::string& bytes) {
   if (bytes.size() >= IconImage::kMaxInputBytes) {
     state.SkipWithError("input over the limit");
@@ -89,8 +44,10 @@ void BM_ThumbnailSmallPng(benchmark::State& state) {
   thumbnail(state, *IconImage::encodePng(gradient(64)));
 }
 void BM_ThumbnailPng(benchmark::State& state) { thumbnail(state, *IconImage::encodePng(kLarge)); }
-void BM_ThumbnailJpeg(benchmark::State& state) { thumbnail(state, jpeg(kLarge)); }
-void BM_ThumbnailWebp(benchmark::State& state) { thumbnail(state, webp(kLarge)); }
+void BM_ThumbnailJpeg(benchmark::State& state) {
+  thumbnail(state, velto::testing::jpeg(kLarge, 80));
+}
+void BM_ThumbnailWebp(benchmark::State& state) { thumbnail(state, velto::testing::webp(kLarge)); }
 
 BENCHMARK(BM_ThumbnailSmallPng)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ThumbnailPng)->Unit(benchmark::kMillisecond);

@@ -1,11 +1,5 @@
 #include "core/favicons/icon_image.h"
 
-// jpeglib.h uses FILE and size_t without declaring them.
-// clang-format off
-#include <cstdio>
-#include <jpeglib.h>
-// clang-format on
-
 #include <gif_lib.h>
 #include <gtest/gtest.h>
 #include <png.h>
@@ -19,18 +13,16 @@
 #include <fstream>
 #include <sstream>
 
+#include "core/favicons/testing/test_images.h"
+
 namespace velto {
 namespace {
 
-using Pixel = std::array<uint8_t, 4>;
+using testing::jpeg;
+using testing::Pixel;
+using testing::solid;
+using testing::webp;
 using Pick = std::optional<std::pair<uint32_t, uint8_t>>;  // width and first red value
-
-RgbaImage solid(uint32_t width, uint32_t height, Pixel color) {
-  RgbaImage image{width, height, {}};
-  for (uint32_t i = 0; i < width * height; ++i)
-    image.pixels.insert(image.pixels.end(), color.begin(), color.end());
-  return image;
-}
 
 std::string png(const RgbaImage& image) { return *IconImage::encodePng(image); }
 
@@ -107,49 +99,6 @@ std::string gif(const GifSpec& spec) {
   }
   EGifCloseFile(file, &error);
   GifFreeMapObject(map);
-  return out;
-}
-
-// A JPEG of one colour through libjpeg's encoder.
-std::string jpeg(uint32_t width, uint32_t height, Pixel color, bool progressive = false) {
-  jpeg_compress_struct encoder;
-  jpeg_error_mgr errors;
-  encoder.err = jpeg_std_error(&errors);
-  jpeg_create_compress(&encoder);
-  unsigned char* buffer = nullptr;
-  unsigned long size = 0;
-  jpeg_mem_dest(&encoder, &buffer, &size);
-  encoder.image_width = width;
-  encoder.image_height = height;
-  encoder.input_components = 3;
-  encoder.in_color_space = JCS_RGB;
-  jpeg_set_defaults(&encoder);
-  jpeg_set_quality(&encoder, 95, TRUE);
-  if (progressive) jpeg_simple_progression(&encoder);
-  jpeg_start_compress(&encoder, TRUE);
-  std::vector<uint8_t> row;
-  for (uint32_t x = 0; x < width; ++x) row.insert(row.end(), color.begin(), color.begin() + 3);
-  while (encoder.next_scanline < height) {
-    JSAMPROW rows[] = {row.data()};
-    jpeg_write_scanlines(&encoder, rows, 1);
-  }
-  jpeg_finish_compress(&encoder);
-  jpeg_destroy_compress(&encoder);
-  std::string out(reinterpret_cast<const char*>(buffer), size);
-  std::free(buffer);
-  return out;
-}
-
-std::string webp(const RgbaImage& image, bool lossless = true) {
-  uint8_t* data = nullptr;
-  const int stride = static_cast<int>(image.width * 4);
-  const size_t size =
-      lossless ? WebPEncodeLosslessRGBA(image.pixels.data(), static_cast<int>(image.width),
-                                        static_cast<int>(image.height), stride, &data)
-               : WebPEncodeRGBA(image.pixels.data(), static_cast<int>(image.width),
-                                static_cast<int>(image.height), stride, 90, &data);
-  std::string out(reinterpret_cast<const char*>(data), size);
-  WebPFree(data);
   return out;
 }
 
@@ -280,7 +229,7 @@ TEST(IconImageTest, BmpFramesTakeTheirLayoutFromTheHeaderAndRefuseHostileOnes) {
         patched(good, 8, 0, 4), patched(good, 14, 16, 2), patched(good, 16, 1, 4),
         patched(good, 32, 257, 4), patched(good, 8, 2 * 5000, 4),
         patched(patched(bmpFrame(1, 1, 1), 32, 1, 4), 44, 0x80, 1)}) {  // index beyond the palette
-    EXPECT_FALSE(IconImage::decodeBmpFrame(bad)) << testing::PrintToString(bad.substr(0, 40));
+    EXPECT_FALSE(IconImage::decodeBmpFrame(bad)) << ::testing::PrintToString(bad.substr(0, 40));
   }
 }
 
@@ -418,7 +367,7 @@ TEST(IconImageTest, GifFirstFrameOnItsCanvasWithTransparency) {
 
 TEST(IconImageTest, JpegDecodesAtTheSmallestScaleThatStillFillsTheThumbnail) {
   const Pixel teal{0, 128, 128, 255};
-  const auto small = IconImage::decodeIcon(jpeg(20, 10, teal));
+  const auto small = IconImage::decodeIcon(jpeg(solid(20, 10, teal)));
   ASSERT_TRUE(small);
   EXPECT_EQ(std::pair(small->width, small->height), std::pair(20u, 10u));
   EXPECT_TRUE(near(*small, teal));
@@ -426,21 +375,22 @@ TEST(IconImageTest, JpegDecodesAtTheSmallestScaleThatStillFillsTheThumbnail) {
   // 1/8 keeps 1000 pixels at 125, above 64; 1/8 of 400 would be 50, so 1/4 is used.
   for (const auto& [side, decoded] : {std::pair{1000u, 125u}, {400u, 100u}, {100u, 100u}}) {
     for (const bool progressive : {false, true}) {
-      const auto image = IconImage::decodeJpeg(jpeg(side, side / 2, teal, progressive), 64);
+      const auto image =
+          IconImage::decodeJpeg(jpeg(solid(side, side / 2, teal), 95, progressive), 64);
       ASSERT_TRUE(image) << side;
       EXPECT_EQ(std::pair(image->width, image->height), std::pair(decoded, (decoded + 1) / 2))
           << side;
       EXPECT_TRUE(near(*image, teal)) << side;
     }
   }
-  const auto thumb = IconImage::thumbnail(jpeg(4096, 4096, teal));
+  const auto thumb = IconImage::thumbnail(jpeg(solid(4096, 4096, teal)));
   ASSERT_TRUE(thumb);
   EXPECT_TRUE(near(*IconImage::decodePng(*thumb), teal));
   EXPECT_EQ(IconImage::decodePng(*thumb)->width, 64u);
 
-  const std::string good = jpeg(16, 16, teal);
+  const std::string good = jpeg(solid(16, 16, teal));
   EXPECT_FALSE(IconImage::decodeJpeg(good.substr(0, 20)));
-  EXPECT_FALSE(IconImage::decodeJpeg(jpeg(4097, 8, teal)));
+  EXPECT_FALSE(IconImage::decodeJpeg(jpeg(solid(4097, 8, teal))));
 }
 
 TEST(IconImageTest, WebpStillImagesExactlyAndLargeOnesScaledWhileDecoding) {
