@@ -56,15 +56,16 @@ std::string ico(const std::vector<std::string>& frames, size_t stated = SIZE_MAX
   return out;
 }
 
-// A GIF through giflib's own encoder: one frame of `indices` into `palette`, at
+// A GIF through giflib's own encoder: one frame of `indices` (0 red, 1 blue) at
 // (left, top) on a canvas of canvasWidth x canvasHeight.
 struct GifSpec {
-  int canvasWidth, canvasHeight, left = 0, top = 0, width, height;
-  std::vector<GifColorType> palette;
+  int canvasWidth, canvasHeight, width, height;
   std::vector<GifPixelType> indices;
+  int left = 0, top = 0;
   int transparent = NO_TRANSPARENT_COLOR;
   bool interlace = false;
 };
+const GifColorType kGifPalette[] = {{200, 0, 0}, {0, 0, 200}};
 int appendGif(GifFileType* gif, const GifByteType* data, int count) {
   static_cast<std::string*>(gif->UserData)->append(reinterpret_cast<const char*>(data), count);
   return count;
@@ -73,8 +74,7 @@ std::string gif(const GifSpec& spec) {
   std::string out;
   int error = 0;
   GifFileType* file = EGifOpen(&out, appendGif, &error);
-  ColorMapObject* map =
-      GifMakeMapObject(static_cast<int>(spec.palette.size()), spec.palette.data());
+  ColorMapObject* map = GifMakeMapObject(2, kGifPalette);
   EGifSetGifVersion(file, true);
   EGifPutScreenDesc(file, spec.canvasWidth, spec.canvasHeight, 8, 0, map);
   GraphicsControlBlock control{};
@@ -316,17 +316,8 @@ TEST(IconImageTest, ThumbnailRefusesHalfAMebibyteAndOtherFormats) {
 }
 
 TEST(IconImageTest, GifFirstFrameOnItsCanvasWithTransparency) {
-  const GifColorType red{200, 0, 0}, blue{0, 0, 200};
   // 3 x 2 at (1, 1) on a 4 x 3 canvas; index 1 is transparent.
-  const std::string small = gif({.canvasWidth = 4,
-                                 .canvasHeight = 3,
-                                 .left = 1,
-                                 .top = 1,
-                                 .width = 3,
-                                 .height = 2,
-                                 .palette = {red, blue},
-                                 .indices = {0, 1, 0, 1, 0, 0},
-                                 .transparent = 1});
+  const std::string small = gif({4, 3, 3, 2, {0, 1, 0, 1, 0, 0}, 1, 1, 1});
   const auto image = IconImage::decodeIcon(small);
   ASSERT_TRUE(image);
   RgbaImage expected = solid(4, 3, {0, 0, 0, 0});
@@ -338,26 +329,14 @@ TEST(IconImageTest, GifFirstFrameOnItsCanvasWithTransparency) {
   // Interlaced rows land where they belong.
   std::vector<GifPixelType> stripes(2 * 11);
   for (size_t i = 0; i < stripes.size(); ++i) stripes[i] = (i / 2) % 2;
-  const auto striped = IconImage::decodeGif(gif({.canvasWidth = 2,
-                                                 .canvasHeight = 11,
-                                                 .width = 2,
-                                                 .height = 11,
-                                                 .palette = {red, blue},
-                                                 .indices = stripes,
-                                                 .interlace = true}));
+  const auto striped =
+      IconImage::decodeGif(gif({2, 11, 2, 11, stripes, 0, 0, NO_TRANSPARENT_COLOR, true}));
   ASSERT_TRUE(striped);
   for (uint32_t y = 0; y < 11; ++y) EXPECT_EQ(striped->pixels[y * 8], y % 2 ? 0 : 200) << y;
 
   // A frame larger than its canvas stands alone; truncated files and ones declaring
   // sides beyond 4096 are refused before anything of that size exists.
-  EXPECT_EQ(IconImage::decodeGif(gif({.canvasWidth = 1,
-                                      .canvasHeight = 1,
-                                      .width = 2,
-                                      .height = 1,
-                                      .palette = {red, blue},
-                                      .indices = {0, 0}}))
-                ->width,
-            2u);
+  EXPECT_EQ(IconImage::decodeGif(gif({1, 1, 2, 1, {0, 0}}))->width, 2u);
   EXPECT_FALSE(IconImage::decodeGif(small.substr(0, small.size() - 8)));
   // Screen descriptor at 6; after the two-colour table and the control extension, the
   // frame's width at 32.
