@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/server_location.h"
-#include "core/support/testing/temp_dir.h"
+#include "core/support/testing/files.h"
 
 namespace velto::ClientSetup {
 namespace {

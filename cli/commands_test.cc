@@ -13,7 +13,7 @@
 #include "core/mcp/client_authorization.h"
 #include "core/model/library_store.h"
 #include "core/model/velto_error.h"
-#include "core/support/testing/temp_dir.h"
+#include "core/support/testing/files.h"
 
 namespace velto {
 namespace {

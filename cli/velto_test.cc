@@ -22,7 +22,7 @@
 
 #include "core/browser/process_runner.h"
 #include "core/model/library_store.h"
-#include "core/support/testing/temp_dir.h"
+#include "core/support/testing/files.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 
 #include "core/browser/process_runner.h"
 #include "core/browser/testing/chromium_session.h"
-#include "core/support/testing/temp_dir.h"
+#include "core/support/testing/files.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <map>
 
-#include "core/support/testing/temp_dir.h"
+#include "core/support/testing/files.h"
 
 namespace velto {
 namespace {

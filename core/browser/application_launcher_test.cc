@@ -12,7 +12,7 @@
 #include <fstream>
 #include <thread>
 
-#include "core/support/testing/temp_dir.h"
+#include "core/support/testing/files.h"
 
 namespace velto {
 namespace {

@@ -2,11 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "core/browser/session_pickle.h"
 #include "core/browser/testing/session_file_builder.h"
+#include "core/support/testing/files.h"
 
 namespace velto {
 namespace {
@@ -36,11 +34,7 @@ SessionFileBuilder twoTabs() {
 }
 
 std::string seed(const std::string& name) {
-  std::ifstream in(std::string(VELTO_SOURCE_DIR) + "/fuzz/seeds/session_file/" + name,
-                   std::ios::binary);
-  std::stringstream read;
-  read << in.rdbuf();
-  return read.str();
+  return testing::readFile(std::string(VELTO_SOURCE_DIR) + "/fuzz/seeds/session_file/" + name);
 }
 
 Date dateFrom1601(int64_t microseconds) {

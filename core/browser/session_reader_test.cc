@@ -13,7 +13,7 @@
 #include "core/browser/testing/chromium_session.h"
 #include "core/browser/testing/session_file_builder.h"
 #include "core/model/velto_error.h"
-#include "core/support/testing/temp_dir.h"
+#include "core/support/testing/files.h"
 
 namespace velto {
 namespace {

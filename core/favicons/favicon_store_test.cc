@@ -1,13 +1,13 @@
 #include "core/favicons/favicon_store.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <thread>
 
 #include "core/favicons/icon_image.h"
 #include "core/favicons/testing/https_test_server.h"
+#include "core/support/testing/files.h"
 
 namespace velto {
 namespace {
@@ -28,11 +28,8 @@ std::optional<uint32_t> sideOf(const std::optional<std::string>& png) {
   return image ? std::optional(image->width) : std::nullopt;
 }
 
-class FaviconStoreTest : public ::testing::Test {
+class FaviconStoreTest : public testing::TempDirTest {
  protected:
-  FaviconStoreTest() { fs::create_directories(folder); }
-  ~FaviconStoreTest() override { fs::remove_all(folder); }
-
   std::unique_ptr<FaviconStore> makeStore(std::optional<fs::path> directory) {
     auto fetcher = std::make_shared<CurlIconFetcher>(CurlIconFetcher::TestRouting{
         server.port(), {"site.velto-test.net", "other.velto-test.net"}, server.caFile()});
@@ -46,7 +43,7 @@ class FaviconStoreTest : public ::testing::Test {
   }
 
   HttpsTestServer server{{"site.velto-test.net", "other.velto-test.net"}};
-  fs::path folder = fs::temp_directory_path() / ("velto-favicons-" + std::to_string(getpid()));
+  const fs::path folder = root_;
   Date clock = now();
   std::unique_ptr<FaviconStore> store = makeStore(folder);
 };

@@ -12,7 +12,7 @@
 
 #include "core/model/library_codec.h"
 #include "core/model/library_store.h"
-#include "core/support/testing/temp_dir.h"
+#include "core/support/testing/files.h"
 
 namespace velto {
 namespace {

@@ -8,7 +8,7 @@
 #include <fstream>
 
 #include "core/model/velto_error.h"
-#include "core/support/testing/temp_dir.h"
+#include "core/support/testing/files.h"
 
 namespace velto {
 namespace {
