@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <sstream>
 
+#include "core/support/testing/files.h"
 #include "server/testing/server_harness.h"
 
 namespace velto::testing {
@@ -29,12 +29,6 @@ size_t occurrences(std::string_view text, std::string_view part) {
   return count;
 }
 
-std::string contents(const std::filesystem::path& path) {
-  std::stringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
 class TranscriptTest : public ::testing::TestWithParam<Transcript> {};
 
 TEST_P(TranscriptTest, AnswersExactlyAsRecorded) {
@@ -42,7 +36,7 @@ TEST_P(TranscriptTest, AnswersExactlyAsRecorded) {
   harness.environment["VELTO_CLIENT_ID"] = GetParam().clientID;
   harness.environment["VELTO_CLIENT_TOKEN"] = GetParam().token;
   std::istringstream file(
-      contents(std::string(VELTO_SERVER_SOURCE_DIR) + "/transcripts/" + GetParam().file));
+      readFile(std::string(VELTO_SERVER_SOURCE_DIR) + "/transcripts/" + GetParam().file));
   std::string input, expected;
   for (std::string line; std::getline(file, line);) {
     const std::string text = line.substr(std::min<size_t>(2, line.size()));
@@ -67,7 +61,7 @@ TEST_P(TranscriptTest, AnswersExactlyAsRecorded) {
     EXPECT_EQ(gotLine, wantLine);
   }
   EXPECT_EQ(output.standardOutput, expected);
-  EXPECT_EQ(contents(harness.libraryFile), harness.sampleLibraryText());  // never written
+  EXPECT_EQ(readFile(harness.libraryFile), harness.sampleLibraryText());  // never written
 }
 
 INSTANTIATE_TEST_SUITE_P(Sessions, TranscriptTest,

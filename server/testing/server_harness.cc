@@ -8,10 +8,10 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <sstream>
 
 #include "core/model/library_codec.h"
 #include "core/model/library_store.h"
+#include "core/support/testing/files.h"
 
 namespace velto::testing {
 
@@ -50,10 +50,7 @@ ServerHarness::~ServerHarness() {
 }
 
 std::string ServerHarness::sampleLibraryText() const {
-  std::ifstream file(std::string(VELTO_SERVER_SOURCE_DIR) + "/testing/library.json");
-  std::stringstream text;
-  text << file.rdbuf();
-  std::string library = text.str();
+  std::string library = readFile(std::string(VELTO_SERVER_SOURCE_DIR) + "/testing/library.json");
   library.replace(library.find("$LIVE_UPDATED_AT"), 16, liveUpdatedAt);
   return library;
 }
