@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <functional>
 #include <memory>
 
 #include "cli/command_support.h"
@@ -69,62 +68,45 @@ int listBrowsers(CommandContext& c, Args args) {
   return kExitSuccess;
 }
 
-// Connect and disconnect alike: their one BROWSER, then `change` applied to the library
-// for it (it returns whether it changed anything), then `report` of what became of it.
-int changeConnection(CommandContext& c, Args args, const CommandSpec& spec,
-                     const std::function<bool(LibraryState&, Browser)>& change,
-                     const std::function<void(Browser)>& report) {
+// `browsers connect` (`connect`) or `browsers disconnect` of the one BROWSER in `args`.
+int changeConnection(CommandContext& c, Args args, bool connect) {
+  const CommandSpec spec = connect
+                               ? CommandSpec{"browsers connect", kConnectHelp, 1, kMisuse}
+                               : CommandSpec{"browsers disconnect", kDisconnectHelp, 1, kMisuse};
   const Arguments a = parse(c, args, spec);
   if (a.exit) return *a.exit;
   const std::optional<Browser> browser = browserArgument(c, a.positional[0], spec.name);
   if (!browser) return kExitUsage;
   const auto store = libraryStore(c);
   if (!store) return kExitFailure;
-  const int status =
-      changeLibrary(c, *store, [&](LibraryState& state) { return change(state, *browser); });
-  if (status == kExitSuccess) report(*browser);
-  return status;
-}
-
-int connectBrowser(CommandContext& c, Args args) {
-  bool already = false;
-  return changeConnection(
-      c, args, {"browsers connect", kConnectHelp, 1, kMisuse},
-      [&](LibraryState& state, Browser browser) {
-        already = state.preferences.connectedBrowsers.contains(browser);
-        state.preferences.connectedBrowsers.insert(browser);
-        return !already;
-      },
-      [&](Browser browser) {
-        const std::string name(displayName(browser));
-        if (already) {
-          c.out << name << " is already connected.\n";
-          return;
-        }
-        c.out << "Connected " << name << ": \"velto watch\" reads its open tabs while it runs.\n";
-        if (!platformApplicationLauncher(c.env)->isInstalled(browser)) {
-          warn(c, name + " does not seem to be installed here");
-        }
-      });
-}
-
-int disconnectBrowser(CommandContext& c, Args args) {
-  bool connected = false;
-  return changeConnection(
-      c, args, {"browsers disconnect", kDisconnectHelp, 1, kMisuse},
-      [&](LibraryState& state, Browser browser) {
-        connected = state.preferences.connectedBrowsers.contains(browser);
-        state.preferences.connectedBrowsers.erase(browser);
-        // Its open tabs would otherwise stay listed as open until the next snapshot.
-        const auto erased = std::erase_if(
-            state.liveTabs, [&](const LiveTab& tab) { return tab.browser == browser; });
-        return connected || erased > 0;
-      },
-      [&](Browser browser) {
-        const std::string name(displayName(browser));
-        c.out << (connected ? "Disconnected " + name + ": its open tabs are no longer read.\n"
-                            : name + " was not connected.\n");
-      });
+  bool was = false;
+  const int status = changeLibrary(c, *store, [&](LibraryState& state) {
+    BrowserSet& connected = state.preferences.connectedBrowsers;
+    was = connected.contains(*browser);
+    if (connect) {
+      connected.insert(*browser);
+      return !was;
+    }
+    connected.erase(*browser);
+    // Its open tabs would otherwise stay listed as open until the next snapshot.
+    const auto erased =
+        std::erase_if(state.liveTabs, [&](const LiveTab& tab) { return tab.browser == *browser; });
+    return was || erased > 0;
+  });
+  if (status != kExitSuccess) return status;
+  const std::string name(displayName(*browser));
+  if (!connect) {
+    c.out << (was ? "Disconnected " + name + ": its open tabs are no longer read.\n"
+                  : name + " was not connected.\n");
+  } else if (was) {
+    c.out << name << " is already connected.\n";
+  } else {
+    c.out << "Connected " << name << ": \"velto watch\" reads its open tabs while it runs.\n";
+    if (!platformApplicationLauncher(c.env)->isInstalled(*browser)) {
+      warn(c, name + " does not seem to be installed here");
+    }
+  }
+  return kExitSuccess;
 }
 
 }  // namespace
@@ -134,8 +116,8 @@ int browsersCommand(CommandContext& c, Args args) {
   const std::string& sub = args[0];
   if (sub == "--help" || sub == "-h" || sub == "help") return help(c, kBrowsersHelp);
   if (sub == "list") return listBrowsers(c, args.subspan(1));
-  if (sub == "connect") return connectBrowser(c, args.subspan(1));
-  if (sub == "disconnect") return disconnectBrowser(c, args.subspan(1));
+  if (sub == "connect") return changeConnection(c, args.subspan(1), true);
+  if (sub == "disconnect") return changeConnection(c, args.subspan(1), false);
   return usage(c, "unknown browsers command " + inQuotes(sub), "browsers");
 }
 
