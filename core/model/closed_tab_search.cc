@@ -1,6 +1,7 @@
 #include "core/model/closed_tab_search.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -12,48 +13,142 @@ namespace {
 
 // Never part of valid UTF-8, so never part of a folded term.
 constexpr char kFieldEnd = '\xFF';
+constexpr uint32_t kNone = UINT32_MAX;
 
 void appendFolded(std::string& out, std::string_view text) {
   appendFoldedForSearch(out, text);
   out.push_back(kFieldEnd);
 }
 
+bool isKept(const SavedTab& tab, const ExclusionList& exclusions) {
+  return tab.state == ArchiveState::closed && !exclusions.excludes(tab.url);
+}
+
+// Folding never more than triples a character's bytes; most text folds to its own size.
+size_t expectedTextSize(const SavedTab& tab) { return tab.title.size() + tab.url.size() + 9; }
+
 }  // namespace
 
+uint32_t ClosedTabSearch::append(const SavedTab& tab, uint32_t position) {
+  appendFolded(text_, tab.title);
+  appendFolded(text_, tab.url);
+  appendFolded(text_, displayName(tab.browser));
+  ends_.push_back(static_cast<uint32_t>(text_.size()));
+  owner_.push_back(position);
+  return static_cast<uint32_t>(ends_.size() - 1);
+}
+
 void ClosedTabSearch::rebuild(const std::vector<SavedTab>& tabs, const ExclusionList& exclusions) {
-  // Positions in the list of the kept tabs, in library order, for now in byDate_.
-  std::vector<uint32_t>& positions = byDate_;
-  positions.clear();
+  // The kept tabs' positions, in byDate_ until it is ordered.
+  std::vector<uint32_t>& kept = byDate_;
+  kept.clear();
   size_t bytes = 0;
-  for (size_t i = 0; i < tabs.size(); ++i) {
-    const SavedTab& tab = tabs[i];
-    if (tab.state != ArchiveState::closed || exclusions.excludes(tab.url)) continue;
-    positions.push_back(static_cast<uint32_t>(i));
-    bytes += tab.title.size() + tab.url.size() + 9;
+  for (uint32_t i = 0; i < tabs.size(); ++i) {
+    if (!isKept(tabs[i], exclusions)) continue;
+    kept.push_back(i);
+    bytes += expectedTextSize(tabs[i]);
   }
   text_.clear();
-  text_.reserve(bytes);
+  // Room for the library to grow a little before the text has to move.
+  text_.reserve(bytes + bytes / 8);
   ends_.clear();
-  // (activity date, place k among the kept tabs), only while building.
-  std::vector<std::pair<Date, uint32_t>> sorting;
-  sorting.reserve(positions.size());
-  for (uint32_t k = 0; k < positions.size(); ++k) {
-    const SavedTab& tab = tabs[positions[k]];
-    appendFolded(text_, tab.title);
-    appendFolded(text_, tab.url);
-    appendFolded(text_, displayName(tab.browser));
-    ends_.push_back(static_cast<uint32_t>(text_.size()));
-    sorting.emplace_back(tab.activityDate(), k);
-  }
+  owner_.clear();
+  deadBytes_ = 0;
+  entryOf_.assign(tabs.size(), kNone);
+  for (uint32_t position : kept) entryOf_[position] = append(tabs[position], position);
+  order(tabs, {}, kept);
+}
 
-  // Newest first; equal dates in library order, which is the order of the places k.
-  std::sort(sorting.begin(), sorting.end(), [](const auto& a, const auto& b) {
-    return a.first != b.first ? a.first > b.first : a.second < b.second;
-  });
-  rank_.resize(sorting.size());
-  for (uint32_t r = 0; r < sorting.size(); ++r) rank_[sorting[r].second] = r;
-  for (uint32_t k = 0; k < rank_.size(); ++k) sorting[rank_[k]].second = positions[k];
-  for (uint32_t r = 0; r < sorting.size(); ++r) byDate_[r] = sorting[r].second;
+void ClosedTabSearch::update(const std::vector<SavedTab>& tabs, const ExclusionList& exclusions,
+                             const std::vector<uint32_t>& origins) {
+  // An unchanged tab keeps its entry (its bytes, so whether it is kept, are the same),
+  // and its place in the date order relative to the other unchanged tabs.
+  std::vector<uint32_t> entryOf(tabs.size(), kNone);
+  std::vector<uint32_t> newPosition(entryOf_.size(), kNone);
+  std::vector<uint32_t> fresh;
+  std::fill(owner_.begin(), owner_.end(), kNone);
+  size_t freshBytes = 0;
+  std::optional<uint32_t> lastOrigin;
+  for (uint32_t k = 0; k < tabs.size(); ++k) {
+    const uint32_t origin = origins[k];
+    if (origin != kChanged) {
+      if (origin >= entryOf_.size() || (lastOrigin && origin <= *lastOrigin)) {
+        return rebuild(tabs, exclusions);
+      }
+      lastOrigin = origin;
+      newPosition[origin] = k;
+      if (const uint32_t entry = entryOf_[origin]; entry != kNone) {
+        owner_[entry] = k;
+        entryOf[k] = entry;
+      }
+    } else if (isKept(tabs[k], exclusions)) {
+      fresh.push_back(k);
+      freshBytes += expectedTextSize(tabs[k]);
+    }
+  }
+  std::vector<uint32_t> unchanged;
+  unchanged.reserve(byDate_.size());
+  for (uint32_t position : byDate_) {
+    const uint32_t now = newPosition[position];
+    if (now != kNone && entryOf[now] != kNone) unchanged.push_back(now);
+  }
+  entryOf_ = std::move(entryOf);
+  deadBytes_ = 0;
+  for (size_t e = 0; e < owner_.size(); ++e) {
+    if (owner_[e] == kNone) deadBytes_ += ends_[e] - (e > 0 ? ends_[e - 1] : 0);
+  }
+  // Gone tabs' text is only skipped over by a search, until it is a quarter of all, or
+  // dropping it makes room for the new.
+  if (deadBytes_ > text_.size() / 4 || text_.size() + freshBytes > text_.capacity()) compact();
+  for (uint32_t position : fresh) entryOf_[position] = append(tabs[position], position);
+  order(tabs, unchanged, fresh);
+}
+
+void ClosedTabSearch::compact() {
+  size_t kept = 0;
+  size_t written = 0;
+  for (size_t e = 0; e < owner_.size(); ++e) {
+    const size_t start = e > 0 ? ends_[e - 1] : 0;
+    const size_t length = ends_[e] - start;
+    if (owner_[e] == kNone) continue;
+    std::memmove(text_.data() + written, text_.data() + start, length);
+    written += length;
+    ends_[kept] = static_cast<uint32_t>(written);
+    owner_[kept] = owner_[e];
+    entryOf_[owner_[kept]] = static_cast<uint32_t>(kept);
+    ++kept;
+  }
+  text_.resize(written);
+  ends_.resize(kept);
+  owner_.resize(kept);
+  deadBytes_ = 0;
+}
+
+void ClosedTabSearch::order(const std::vector<SavedTab>& tabs,
+                            const std::vector<uint32_t>& unchanged, std::vector<uint32_t>& fresh) {
+  // Newest first; equal dates in library order.
+  const auto before = [&](uint32_t a, uint32_t b) {
+    const Date da = tabs[a].activityDate(), db = tabs[b].activityDate();
+    return da != db ? da > db : a < b;
+  };
+  if (unchanged.empty()) {
+    // Dates beside the positions: a sort that reads them from the records misses the cache.
+    std::vector<std::pair<Date, uint32_t>> sorting;
+    sorting.reserve(fresh.size());
+    for (uint32_t position : fresh) sorting.emplace_back(tabs[position].activityDate(), position);
+    std::sort(sorting.begin(), sorting.end(), [](const auto& a, const auto& b) {
+      return a.first != b.first ? a.first > b.first : a.second < b.second;
+    });
+    byDate_.resize(sorting.size());
+    for (size_t r = 0; r < sorting.size(); ++r) byDate_[r] = sorting[r].second;
+  } else {
+    std::sort(fresh.begin(), fresh.end(), before);
+    byDate_.resize(unchanged.size() + fresh.size());
+    std::merge(unchanged.begin(), unchanged.end(), fresh.begin(), fresh.end(), byDate_.begin(),
+               before);
+  }
+  rank_.assign(owner_.size(), kNone);
+  for (uint32_t r = 0; r < byDate_.size(); ++r) rank_[entryOf_[byDate_[r]]] = r;
 }
 
 ClosedTabSearch::Page ClosedTabSearch::search(const std::vector<SavedTab>& tabs,
@@ -80,18 +175,19 @@ ClosedTabSearch::Page ClosedTabSearch::search(const std::vector<SavedTab>& tabs,
   const std::string& lead = *longest;
   const std::string_view text(text_);
   std::vector<uint32_t> found;  // ranks
-  size_t tab = 0;
+  size_t entry = 0;
   for (size_t at = text.find(lead); at != std::string_view::npos; at = text.find(lead, at)) {
-    while (ends_[tab] <= at) ++tab;
-    const size_t start = tab > 0 ? ends_[tab - 1] : 0;
-    const std::string_view own = text.substr(start, ends_[tab] - start);
-    if (rank_[tab] < candidates &&
+    while (ends_[entry] <= at) ++entry;
+    const size_t start = entry > 0 ? ends_[entry - 1] : 0;
+    const std::string_view own = text.substr(start, ends_[entry] - start);
+    // A gone tab's rank is kNone, never a candidate.
+    if (rank_[entry] < candidates &&
         std::all_of(terms.begin(), terms.end(), [&](const std::string& term) {
           return &term == &lead || own.find(term) != std::string_view::npos;
         })) {
-      found.push_back(rank_[tab]);
+      found.push_back(rank_[entry]);
     }
-    at = ends_[tab];
+    at = ends_[entry];
   }
   page.total = found.size();
   const size_t shown = std::min(found.size(), limit);

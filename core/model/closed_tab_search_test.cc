@@ -111,6 +111,53 @@ TEST(ClosedTabSearchTest, FindsWhatTheTabByTabRuleFindsInTheSameOrder) {
   }
 }
 
+// Built again for a changed list from what it held, it finds what a search built for
+// that list from nothing finds: through removals, changes and insertions that leave gone
+// tabs' text behind, and the compactions that drop it.
+TEST(ClosedTabSearchTest, AnUpdateFindsWhatABuildFromNothingFinds) {
+  std::vector<SavedTab> tabs = sampleTabs();
+  const ExclusionList exclusions({"bank.example"});
+  ClosedTabSearch search(tabs, exclusions);
+  const std::vector<std::string> queries = {"",       "swift", "CRÈME", "東京 travel",
+                                            "chrome", "pull",  "x"};
+  for (uint32_t round = 0; round < 30; ++round) {
+    std::vector<SavedTab> next;
+    std::vector<uint32_t> origins;
+    for (uint32_t i = 0; i < tabs.size(); ++i) {
+      switch ((i * 7 + round * 13) % 19) {
+        case 0:  // removed
+          continue;
+        case 1:  // changed: another title, closed again later
+          next.push_back(tabs[i]);
+          next.back().title += " x";
+          next.back().closedAt = addingSeconds(kNow, double(round));
+          next.back().state = ArchiveState::closed;
+          origins.push_back(ClosedTabSearch::kChanged);
+          continue;
+        case 2:  // a new tab before it
+          next.push_back(tabs[(i + round) % tabs.size()]);
+          next.back().url += "/new";
+          origins.push_back(ClosedTabSearch::kChanged);
+          break;
+      }
+      next.push_back(tabs[i]);
+      origins.push_back(i);
+    }
+    search.update(next, exclusions, origins);
+    tabs = std::move(next);
+    const ClosedTabSearch fresh(tabs, exclusions);
+    ASSERT_EQ(search.size(), fresh.size()) << "round " << round;
+    for (const std::string& query : queries) {
+      for (const auto& since : {std::optional<Date>(), std::optional(addingSeconds(kNow, -3600))}) {
+        const auto expected = fresh.search(tabs, SearchQuery(query), since, 12);
+        const auto found = search.search(tabs, SearchQuery(query), since, 12);
+        EXPECT_EQ(found.total, expected.total) << "round " << round << " " << query;
+        EXPECT_EQ(found.tabs, expected.tabs) << "round " << round << " " << query;
+      }
+    }
+  }
+}
+
 TEST(ClosedTabSearchTest, AnEmptySearchFindsNothing) {
   const std::vector<SavedTab> tabs;
   const ClosedTabSearch empty;

@@ -3,6 +3,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+// Compiled in rather than called: a digest of one saved tab (a few hundred bytes) is
+// mostly call and set-up when it goes through the shared library.
+#define XXH_INLINE_ALL
+#include <xxhash.h>
 
 #include <array>
 #include <bit>
@@ -128,6 +132,66 @@ constexpr std::array<std::string_view, 5> kClientGrantKeys{"id", "name", "tokenH
 constexpr std::array<std::string_view, 6> kLibraryKeys{"version",       "tabs",        "liveTabs",
                                                        "liveUpdatedAt", "preferences", "clients"};
 
+using TabSource = SavedTabMemo::Source;
+
+// The object from `start` to the next token at `end`, without the white space before it,
+// which changes with the object's place (the last one has the array's indent after it).
+TabSource sourceOf(const char* start, const char* end, uint32_t origin) {
+  while (end > start && (end[-1] == ' ' || end[-1] == '\n' || end[-1] == '\r' || end[-1] == '\t')) {
+    --end;
+  }
+  const size_t length = static_cast<size_t>(end - start);
+  if (length > UINT32_MAX) return {};
+  return {XXH3_64bits(start, length), static_cast<uint32_t>(length), origin};
+}
+
+// Whether the bytes at `start` (the document ends at `end`) are those `source` was
+// taken from.
+bool holds(const char* start, const char* end, const TabSource& source) {
+  return source.length != 0 && static_cast<size_t>(end - start) >= source.length &&
+         XXH3_64bits(start, source.length) == source.hash;
+}
+
+// The old saved tabs not yet matched, by digest, for finding where a tab that is not
+// where it was went. Built only when first needed: most changes leave every tab in place.
+class TabSourceIndex {
+ public:
+  // Over slots [from, end) of `sources`, which hold old tabs by their origins.
+  void build(const std::vector<TabSource>& sources, size_t from) {
+    size_t size = 16;
+    while (size < 2 * (sources.size() - from)) size *= 2;
+    slots_.assign(size, 0);
+    for (size_t slot = from; slot < sources.size(); ++slot) {
+      size_t at = sources[slot].hash & (size - 1);
+      while (slots_[at] != 0) at = (at + 1) & (size - 1);
+      slots_[at] = sources[slot].origin + 1;
+    }
+  }
+  bool built() const { return !slots_.empty(); }
+
+  // The slot, at or after `from`, that holds the old tab `source` was taken from, given
+  // that old tab o is in slot o + shift; SIZE_MAX when there is none.
+  size_t find(const TabSource& source, const std::vector<TabSource>& sources, size_t from,
+              ptrdiff_t shift) const {
+    const size_t mask = slots_.size() - 1;
+    for (size_t at = source.hash & mask; slots_[at] != 0; at = (at + 1) & mask) {
+      const uint32_t origin = slots_[at] - 1;
+      const ptrdiff_t slot = static_cast<ptrdiff_t>(origin) + shift;
+      if (slot < static_cast<ptrdiff_t>(from) || slot >= static_cast<ptrdiff_t>(sources.size())) {
+        continue;
+      }
+      const TabSource& there = sources[static_cast<size_t>(slot)];
+      if (there.origin == origin && there.hash == source.hash && there.length == source.length) {
+        return static_cast<size_t>(slot);
+      }
+    }
+    return SIZE_MAX;
+  }
+
+ private:
+  std::vector<uint32_t> slots_;  // origin + 1; 0 is empty
+};
+
 // Turns the document into records as it walks it, stopping at the first value that
 // does not fit. Every read returns false after recording why: `error` for a value of the
 // wrong form, `malformed` for JSON that did not parse. The first may be the symptom of
@@ -136,6 +200,11 @@ class Reader {
  public:
   std::optional<Error> error;
   error_code malformed = simdjson::SUCCESS;
+  // Set to keep the saved tabs these sources describe when their bytes are unchanged;
+  // the document's bytes end at `end`. Cleared when the document has no single
+  // "tabs" to describe.
+  std::vector<TabSource>* sources = nullptr;
+  const char* end = nullptr;
 
   bool read(od::value& value, const Path& at, std::string& out) {
     std::string_view text;
@@ -393,6 +462,13 @@ class Reader {
             case keyIndex(k, "version"):
               return this->read(v, p, state.version);
             case keyIndex(k, "tabs"):
+              if (sources && !tabsRead) {
+                tabsRead = true;
+                return readSavedTabs(v, p, state.tabs, *sources);
+              }
+              // A repeated "tabs" is read over the first, which the sources describe no
+              // longer.
+              if (sources) sources->clear();
               return this->read(v, p, state.tabs);
             case keyIndex(k, "liveTabs"):
               return this->read(v, p, state.liveTabs);
@@ -410,6 +486,90 @@ class Reader {
   }
 
  private:
+  static constexpr size_t kLookAheadMisses = 8;
+  // Past this many, tabs out of place are decoded again where they are: cheaper than
+  // moving all that follow them once more.
+  static constexpr size_t kMostMoves = 32;
+  bool tabsRead = false;
+  SavedTab scratch;
+
+  // The saved tabs, keeping those whose bytes are unchanged. Tabs are matched in order:
+  // each element is first compared with the next old tab not yet matched (a digest of
+  // that tab's length of bytes, without reading them as JSON); one that is not that tab
+  // is decoded, and what follows it tells whether it changed in place, was inserted, or
+  // comes after old tabs that were removed. Unchanged bytes were fully checked when they
+  // were decoded, and identical bytes decode identically, so the result is what reading
+  // every element would give.
+  bool readSavedTabs(od::value& value, const Path& at, std::vector<SavedTab>& tabs,
+                     std::vector<TabSource>& memo) {
+    od::array array;
+    if (value.get_array().get(array) != simdjson::SUCCESS) return fail(at, "is not an array");
+    if (memo.size() != tabs.size()) memo.assign(tabs.size(), TabSource{});
+
+    for (uint32_t i = 0; i < memo.size(); ++i) memo[i].origin = i;
+    // Slots [k, size) hold the old tabs not yet matched, in their order: old tab o is in
+    // slot o + shift.
+    ptrdiff_t shift = 0;
+    TabSourceIndex index;
+    size_t misses = 0;  // in a row
+    size_t moves = 0;   // insertions and removals, each moving every tab after it
+    size_t k = 0;
+    for (auto item : array) {
+      if (const error_code code = item.error()) return broken(code);
+      od::value& element = item.value_unsafe();
+      const char* start = nullptr;
+      if (const error_code code = element.current_location().get(start)) return broken(code);
+      // Left unread, the element is skipped by the array.
+      if (k < tabs.size() && holds(start, end, memo[k])) {
+        ++k;
+        misses = 0;
+        continue;
+      }
+      if (!read(element, at.element(k), scratch)) return false;
+      const char* after = nullptr;
+      if (const error_code code = element.current_location().get(after)) return broken(code);
+      const TabSource source = sourceOf(start, after, SavedTabMemo::kFresh);
+      const char* next = nullptr;
+      if (*after == ',') {
+        next = after + 1;
+        while (*next == ' ' || *next == '\n' || *next == '\r' || *next == '\t') ++next;
+      }
+      // Looking ahead costs two digests, wasted when the whole library changed.
+      const bool lookAhead = next && misses++ < kLookAheadMisses;
+      const bool changedInPlace = lookAhead && k + 1 < tabs.size() && holds(next, end, memo[k + 1]);
+      const bool inserted =
+          lookAhead && !changedInPlace && k < tabs.size() && holds(next, end, memo[k]);
+      size_t found = SIZE_MAX;
+      if (k < tabs.size() && !changedInPlace && !inserted && moves < kMostMoves) {
+        if (!index.built()) index.build(memo, k);
+        found = index.find(source, memo, k, shift);
+      }
+      if (found != SIZE_MAX) {
+        // The old tabs before it were removed; the slot it is now in holds it already.
+        tabs.erase(tabs.begin() + ptrdiff_t(k), tabs.begin() + ptrdiff_t(found));
+        memo.erase(memo.begin() + ptrdiff_t(k), memo.begin() + ptrdiff_t(found));
+        shift -= ptrdiff_t(found - k);
+        ++moves;
+      } else if (inserted && moves < kMostMoves) {
+        tabs.insert(tabs.begin() + ptrdiff_t(k), std::move(scratch));
+        memo.insert(memo.begin() + ptrdiff_t(k), source);
+        ++shift;
+        ++moves;
+      } else if (k < tabs.size()) {
+        // Changed in place (or nothing after it is known).
+        std::swap(tabs[k], scratch);
+        memo[k] = source;
+      } else {
+        tabs.push_back(std::move(scratch));
+        memo.push_back(source);
+      }
+      ++k;
+    }
+    tabs.erase(tabs.begin() + ptrdiff_t(k), tabs.end());
+    memo.erase(memo.begin() + ptrdiff_t(k), memo.end());
+    return true;
+  }
+
   bool fail(const Path& at, std::string_view complaint) {
     if (at.isDocument()) {
       error = damaged("the document", complaint);
@@ -499,8 +659,9 @@ struct LibraryDecoder::Impl {
   // end. Kept between documents: a fresh buffer the size of a large library costs more
   // to fault in than to parse.
   LargeBuffer buffer;
-  size_t capacity = 0;  // usable bytes, padding excluded
-  size_t size = 0;      // bytes of the last document
+  size_t capacity = 0;   // usable bytes, padding excluded
+  size_t size = 0;       // bytes of the last document
+  ContentDigest digest;  // of the last document read from a file
 
   // Makes room for `size` bytes, keeping the first `keep` bytes already there.
   void reserve(size_t wanted, size_t keep) {
@@ -513,7 +674,13 @@ struct LibraryDecoder::Impl {
     capacity = grown;
   }
 
-  Result<void> decodeInto(LibraryState& state) {
+  Result<void> decodeInto(LibraryState& state, SavedTabMemo* memo = nullptr) {
+    Result<void> decoded = decodeWith(state, memo);
+    if (!decoded && memo) memo->sources.clear();
+    return decoded;
+  }
+
+  Result<void> decodeWith(LibraryState& state, SavedTabMemo* memo) {
     std::memset(buffer.data() + size, 0, simdjson::SIMDJSON_PADDING);
     if (size > parser.capacity() || parser.max_depth() != kParserDepth) {
       // Same growth margin as the buffer, so a slowly growing file does not make the
@@ -526,6 +693,10 @@ struct LibraryDecoder::Impl {
     od::document document;
     if (const error_code code = iterate().get(document)) return parseFailure(code);
     Reader reader;
+    if (memo) {
+      reader.sources = &memo->sources;
+      reader.end = buffer.data() + size;
+    }
     if (reader.read(document, state)) return {};
     // Malformed JSON anywhere outranks a value of the wrong form, as with a full parse.
     // The document is walked again from the start (after an error On-Demand may have
@@ -536,6 +707,14 @@ struct LibraryDecoder::Impl {
     }
     if (reader.error) return *std::move(reader.error);
     return parseFailure(reader.malformed);
+  }
+
+  // Makes `bytes` the document, in the kept buffer.
+  void take(std::string_view bytes) {
+    reserve(bytes.size(), 0);
+    if (!bytes.empty()) std::memcpy(buffer.data(), bytes.data(), bytes.size());
+    size = bytes.size();
+    digest = {};
   }
 
   simdjson::simdjson_result<od::document> iterate() {
@@ -551,18 +730,31 @@ struct LibraryDecoder::Impl {
   Result<void> readFile(const std::filesystem::path& file);
 };
 
+namespace {
+
+// Read a piece at a time and digested right after each piece, the bytes are digested
+// while still in the cache, at a fraction of the cost of a second pass over them.
+constexpr size_t kPieceSize = 256 * 1024;
+
+}  // namespace
+
 LibraryDecoder::LibraryDecoder() : impl_(std::make_unique<Impl>()) {}
 LibraryDecoder::~LibraryDecoder() = default;
 
 Result<LibraryState> LibraryDecoder::decode(std::string_view bytes) {
-  impl_->reserve(bytes.size(), 0);
-  if (!bytes.empty()) std::memcpy(impl_->buffer.data(), bytes.data(), bytes.size());
-  impl_->size = bytes.size();
+  impl_->take(bytes);
   return impl_->decode();
+}
+
+Result<void> LibraryDecoder::decodeInto(std::string_view bytes, LibraryState& state,
+                                        SavedTabMemo& memo) {
+  impl_->take(bytes);
+  return impl_->decodeInto(state, &memo);
 }
 
 Result<void> LibraryDecoder::Impl::readFile(const std::filesystem::path& file) {
   size = 0;
+  digest = {};
   const FileDescriptor descriptor{::open(file.c_str(), O_RDONLY | O_CLOEXEC)};
   if (descriptor.fd < 0) return readFailure(file, errno);
   struct stat status {};
@@ -570,19 +762,25 @@ Result<void> LibraryDecoder::Impl::readFile(const std::filesystem::path& file) {
   if (S_ISDIR(status.st_mode)) return readFailure(file, EISDIR);
   // One byte beyond the expected size lets the read that finds the end fit without
   // growing; a file that grew since fstat is still read whole.
-  size_t read = 0;
   reserve(static_cast<size_t>(std::max<off_t>(status.st_size, 0)) + 1, 0);
+  XXH3_state_t state;
+  XXH3_128bits_reset(&state);
+  size_t read = 0;
   for (;;) {
     if (read == capacity) reserve(capacity + 1, read);
-    const ssize_t count = ::read(descriptor.fd, buffer.data() + read, capacity - read);
+    const ssize_t count =
+        ::read(descriptor.fd, buffer.data() + read, std::min(capacity - read, kPieceSize));
     if (count < 0) {
       if (errno == EINTR) continue;
       return readFailure(file, errno);
     }
     if (count == 0) break;
+    XXH3_128bits_update(&state, buffer.data() + read, static_cast<size_t>(count));
     read += static_cast<size_t>(count);
   }
   size = read;
+  const XXH128_hash_t hash = XXH3_128bits_digest(&state);
+  digest = {hash.low64, hash.high64, read};
   return {};
 }
 
@@ -604,6 +802,12 @@ Result<std::string_view> LibraryDecoder::readFile(const std::filesystem::path& f
 
 Result<void> LibraryDecoder::decodeReadInto(LibraryState& state) {
   return impl_->decodeInto(state);
+}
+
+ContentDigest LibraryDecoder::lastDigest() const { return impl_->digest; }
+
+Result<void> LibraryDecoder::decodeReadInto(LibraryState& state, SavedTabMemo& memo) {
+  return impl_->decodeInto(state, &memo);
 }
 
 Result<LibraryState> decodeLibrary(std::string_view bytes) {

@@ -1,14 +1,46 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/model/records.h"
 #include "core/support/result.h"
 
 namespace velto {
+
+// The identity of a document's bytes: their XXH3-128 digest and their length.
+struct ContentDigest {
+  uint64_t low = 0, high = 0, size = 0;
+  bool operator==(const ContentDigest&) const = default;
+};
+
+// What decoding into one LibraryState remembers of the bytes each of its saved tabs
+// was decoded from, so that decoding a later version of the file into that same state
+// keeps every saved tab whose bytes did not change instead of decoding it again: the
+// app rewrites a large library to change a few tabs. It belongs to that one state and
+// is only right while the state holds exactly what the last decoding with it left
+// there; clear `sources` whenever anything else changes the state or a decoding fails.
+struct SavedTabMemo {
+  static constexpr uint32_t kFresh = UINT32_MAX;
+
+  // One per saved tab, in the state's order.
+  struct Source {
+    // XXH3-64 of the tab's object as written, and its length: two
+    // different records of one length agree by chance once in 2^64 comparisons, and a
+    // library makes one per tab that changed, while 16 bytes a tab keep the memo small
+    // beside the records.
+    uint64_t hash = 0;
+    uint32_t length = 0;  // 0: unknown, matches no bytes
+    // After a decoding: the tab's position before it when it was kept unchanged from
+    // there (such tabs keep their order), else kFresh.
+    uint32_t origin = kFresh;
+  };
+  std::vector<Source> sources;
+};
 
 // Reusable decoding state: keeps the file buffer and the JSON parser (with its
 // allocations) alive between documents, so a process that reads the library on every
@@ -37,6 +69,9 @@ class LibraryDecoder {
 
   // Decodes library.json bytes.
   Result<LibraryState> decode(std::string_view bytes);
+  // Decodes them into `state`, keeping the saved tabs `memo` knows to be unchanged, as
+  // decodeReadInto does for a file's bytes.
+  Result<void> decodeInto(std::string_view bytes, LibraryState& state, SavedTabMemo& memo);
 
   // Reads the whole file into the kept buffer, then decodes it. A read failure is an
   // Error of Domain::file naming the file and the system's reason; a decode failure an
@@ -55,6 +90,13 @@ class LibraryDecoder {
   // failed read) into `state`, with the same rules.
   Result<std::string_view> readFile(const std::filesystem::path& file);
   Result<void> decodeReadInto(LibraryState& state);
+  // The digest of the bytes last read by readFile (none after a failed read), taken
+  // while reading them.
+  ContentDigest lastDigest() const;
+  // decodeReadInto that keeps the saved tabs `memo` knows to be unchanged. Decodes
+  // exactly as decodeReadInto does, and fills `memo` for the next time; on failure
+  // `memo` is cleared.
+  Result<void> decodeReadInto(LibraryState& state, SavedTabMemo& memo);
 
  private:
   struct Impl;

@@ -254,3 +254,116 @@ TEST(LibraryCodecTest, FileReadFailuresNameTheFile) {
 
 }  // namespace
 }  // namespace velto
+
+namespace velto {
+namespace {
+
+// The saved tabs of one library, each named by its title; equal names, equal bytes.
+std::string libraryOf(const std::vector<std::string>& names, std::string_view compact = "") {
+  LibraryState state;
+  for (const std::string& name : names) {
+    SavedTab& tab = state.tabs.emplace_back();
+    tab.title = name;
+    tab.url = "https://example.org/" + name;
+    tab.state = ArchiveState::closed;
+    tab.savedAt = kWhen;
+  }
+  const std::string pretty = encodeLibrary(state);
+  return compact.empty() ? pretty : Json::parse(pretty).dump();
+}
+
+std::vector<std::string> names(std::string_view letters) {
+  std::vector<std::string> out;
+  for (char letter : letters) out.emplace_back(1, letter);
+  return out;
+}
+
+// Decoding over the previous library with a memo is a plain decoding that keeps, in order,
+// every tab whose bytes it saw before.
+TEST(LibraryDecoderMemoTest, DecodesAsAPlainDecodingAndKeepsWhatDidNotChange) {
+  struct Step {
+    std::string what;
+    std::string bytes;
+    size_t kept;  // tabs taken over unchanged
+  };
+  const std::vector<Step> steps = {
+      {"first", libraryOf(names("abcdefghij")), 0},
+      {"unchanged", libraryOf(names("abcdefghij")), 10},
+      {"changed in place", libraryOf(names("abCdefghij")), 9},
+      {"two changed in a row", libraryOf(names("abCDEfghij")), 8},
+      {"inserted first", libraryOf(names("xabCDEfghij")), 10},
+      {"inserted inside", libraryOf(names("xabCDyEfghij")), 11},
+      {"appended", libraryOf(names("xabCDyEfghijz")), 12},
+      {"removed one", libraryOf(names("xabCDEfghijz")), 12},
+      {"removed many", libraryOf(names("xaEfghijz")), 9},
+      {"removed the last", libraryOf(names("xaEfghij")), 8},
+      {"moved", libraryOf(names("xEfghaij")), 7},
+      {"repeated", libraryOf(names("xEfEghaij")), 8},
+      {"written compactly", libraryOf(names("xEfEghaij"), "compact"), 0},
+      {"all new", libraryOf(names("klmnopqrstuvw"), "compact"), 0},
+      {"none", libraryOf({}), 0},
+      {"back", libraryOf(names("abcdefghij")), 0},
+  };
+  LibraryDecoder decoder;
+  LibraryState state;
+  SavedTabMemo memo;
+  for (const Step& step : steps) {
+    SCOPED_TRACE(step.what);
+    const LibraryState before = state;
+    ASSERT_TRUE(decoder.decodeInto(step.bytes, state, memo).ok());
+    EXPECT_EQ(state, decodeLibrary(step.bytes).value());
+    ASSERT_EQ(memo.sources.size(), state.tabs.size());
+    size_t kept = 0;
+    std::optional<uint32_t> last;
+    for (size_t k = 0; k < state.tabs.size(); ++k) {
+      const uint32_t origin = memo.sources[k].origin;
+      if (origin == SavedTabMemo::kFresh) continue;
+      ++kept;
+      ASSERT_LT(origin, before.tabs.size());
+      EXPECT_EQ(state.tabs[k], before.tabs[origin]);
+      EXPECT_TRUE(!last || origin > *last) << "origins out of order at " << k;
+      last = origin;
+    }
+    EXPECT_EQ(kept, step.kept);
+  }
+}
+
+TEST(LibraryDecoderMemoTest, FailsAsAPlainDecodingAndForgets) {
+  LibraryDecoder decoder;
+  LibraryState state;
+  SavedTabMemo memo;
+  const std::string good = libraryOf(names("abcdef"));
+  ASSERT_TRUE(decoder.decodeInto(good, state, memo).ok());
+
+  // A wrong value in a changed tab, after tabs taken over unchanged.
+  std::string wrong = good;
+  wrong.replace(wrong.rfind("\"state\": \"closed\""), 17, "\"state\": \"open\"");
+  const auto failed = decoder.decodeInto(wrong, state, memo);
+  ASSERT_FALSE(failed.ok());
+  EXPECT_EQ(failed.error(), decodeLibrary(wrong).error());
+  EXPECT_NE(failed.error().message.find("tabs[5].state"), std::string::npos);
+  EXPECT_TRUE(memo.sources.empty());
+
+  // Broken JSON inside a tab whose beginning is as before.
+  state = {};
+  ASSERT_TRUE(decoder.decodeInto(good, state, memo).ok());
+  std::string broken = good;
+  broken.insert(broken.find("\"url\""), "\"x\": tru, ");
+  const auto malformed = decoder.decodeInto(broken, state, memo);
+  ASSERT_FALSE(malformed.ok());
+  EXPECT_EQ(malformed.error(), decodeLibrary(broken).error());
+  EXPECT_TRUE(memo.sources.empty());
+
+  // "tabs" twice: the last counts, and the memo describes neither.
+  state = {};
+  ASSERT_TRUE(decoder.decodeInto(good, state, memo).ok());
+  Json twice = Json::parse(libraryOf(names("xyz")));
+  std::string repeated = twice.dump();
+  repeated.insert(1, "\"tabs\": " + Json::parse(good)["tabs"].dump() + ", ");
+  ASSERT_TRUE(decoder.decodeInto(repeated, state, memo).ok());
+  EXPECT_EQ(state, decodeLibrary(repeated).value());
+  EXPECT_NE(memo.sources.size(), state.tabs.size());
+}
+
+}  // namespace
+}  // namespace velto

@@ -1,7 +1,5 @@
 #include "core/model/library_reader.h"
 
-#include <xxhash.h>
-
 #include <algorithm>
 
 #include "core/support/large_memory.h"
@@ -10,18 +8,15 @@ namespace velto {
 
 Result<const PreparedLibrary*> LibraryReader::load(const LibraryStore& store) {
   const Result<std::optional<std::string_view>> bytes = store.read(decoder_);
-  if (!bytes) {
-    decoded_.reset();
-    return bytes.error();
-  }
+  if (!bytes) return forget(bytes.error());
   if (!*bytes) {
     decoded_.reset();
+    memo_.sources.clear();
     library_.state = LibraryState{};
     library_.prepare();
     return &library_;
   }
-  const XXH128_hash_t hash = XXH3_128bits((*bytes)->data(), (*bytes)->size());
-  const Digest digest{hash.low64, hash.high64, (*bytes)->size()};
+  const ContentDigest digest = decoder_.lastDigest();
   if (decoded_ == digest) return &library_;
 
   decoded_.reset();
@@ -29,15 +24,21 @@ Result<const PreparedLibrary*> LibraryReader::load(const LibraryStore& store) {
   // per byte of the file, a third of that touched) and, for a large library, hundreds of
   // thousands of records. Address space is cheap, so a small library gets room to grow.
   prepareHeapForLargeData(std::max<size_t>(8 * (*bytes)->size(), 64 << 20));
-  if (auto decoded = LibraryStore::decodeRead(decoder_, library_.state); !decoded) {
-    // Nothing half-read stays behind, not even unused.
-    library_.state = LibraryState{};
-    library_.prepare();
-    return decoded.error();
+  if (auto decoded = LibraryStore::decodeRead(decoder_, library_.state, &memo_); !decoded) {
+    return forget(decoded.error());
   }
-  library_.prepare();
+  library_.prepare(memo_);
   decoded_ = digest;
   return &library_;
+}
+
+Error LibraryReader::forget(Error error) {
+  // Nothing half-read stays behind, not even unused.
+  decoded_.reset();
+  memo_.sources.clear();
+  library_.state = LibraryState{};
+  library_.prepare();
+  return error;
 }
 
 }  // namespace velto

@@ -18,7 +18,9 @@ namespace velto {
 // anything else. Identity is the content's own, a 128-bit XXH3 digest of the bytes
 // (and their length), never file times, sizes or inode numbers, so a rewrite of the
 // same size within one clock tick is seen. A load that fails leaves nothing to reuse:
-// the next one decodes afresh. Not thread-safe; one per thread.
+// the next one decodes afresh. A changed file is decoded keeping every saved tab whose
+// bytes did not change (SavedTabMemo), with what was prepared for it. Not thread-safe;
+// one per thread.
 class LibraryReader {
  public:
   // The library as stored now; valid until the next load. The failures of
@@ -26,16 +28,15 @@ class LibraryReader {
   Result<const PreparedLibrary*> load(const LibraryStore& store);
 
  private:
-  struct Digest {
-    uint64_t low = 0, high = 0, size = 0;
-    bool operator==(const Digest&) const = default;
-  };
+  // Drops every decoding, for a load that failed with `error`.
+  Error forget(Error error);
 
   LibraryDecoder decoder_;
   PreparedLibrary library_;
+  SavedTabMemo memo_;
   // The digest of the bytes library_ was decoded from, while it holds a successful
   // decoding of a file's bytes.
-  std::optional<Digest> decoded_;
+  std::optional<ContentDigest> decoded_;
 };
 
 }  // namespace velto

@@ -90,20 +90,35 @@ Result<void> LibraryStore::loadInto(LibraryDecoder& decoder, LibraryState& state
   return decodeRead(decoder, state);
 }
 
+namespace {
+
+// A file that is not there stands for a fresh library; any other failure to stat it is
+// left for the read to report.
+bool isMissing(const fs::path& file) {
+  struct stat status {};
+  return ::stat(file.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
+}  // namespace
+
 Result<std::optional<std::string_view>> LibraryStore::read(LibraryDecoder& decoder) const {
   const fs::path file = fileURL();
-  struct stat status {};
-  if (::stat(file.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
-    return std::optional<std::string_view>();
-  }
+  if (isMissing(file)) return std::optional<std::string_view>();
   Result<std::string_view> bytes = decoder.readFile(file);
   if (!bytes) return bytes.error();
   return std::optional<std::string_view>(*bytes);
 }
 
-Result<void> LibraryStore::decodeRead(LibraryDecoder& decoder, LibraryState& state) {
-  if (auto decoded = decoder.decodeReadInto(state); !decoded) return decoded;
-  if (state.version != 1) return VeltoError::newerLibrary();
+Result<void> LibraryStore::decodeRead(LibraryDecoder& decoder, LibraryState& state,
+                                      SavedTabMemo* memo) {
+  if (auto decoded = memo ? decoder.decodeReadInto(state, *memo) : decoder.decodeReadInto(state);
+      !decoded) {
+    return decoded;
+  }
+  if (state.version != 1) {
+    if (memo) memo->sources.clear();
+    return VeltoError::newerLibrary();
+  }
   return {};
 }
 

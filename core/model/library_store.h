@@ -52,9 +52,11 @@ class LibraryStore {
   // loadInto in two steps, for a caller that looks at the bytes in between: the file's
   // bytes, read whole into the decoder (absent when there is no file, which stands for a
   // fresh default LibraryState; the same read failures as load); then those bytes
-  // decoded into `state` with the same rules as load.
+  // decoded into `state` with the same rules as load (keeping the saved tabs `memo`
+  // knows to be unchanged, when given; it is cleared on any failure).
   Result<std::optional<std::string_view>> read(LibraryDecoder& decoder) const;
-  static Result<void> decodeRead(LibraryDecoder& decoder, LibraryState& state);
+  static Result<void> decodeRead(LibraryDecoder& decoder, LibraryState& state,
+                                 SavedTabMemo* memo = nullptr);
 
   // Creates the folder if needed (createPrivateFolder), tightens it to 0700, then
   // atomically replaces the file with the encoded state at mode 0600 and flushes it to

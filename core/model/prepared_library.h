@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "core/model/closed_tab_search.h"
-#include "core/model/records.h"
 #include "core/model/exclusion_list.h"
+#include "core/model/library_codec.h"
+#include "core/model/records.h"
 
 namespace velto {
 
@@ -22,6 +24,15 @@ struct PreparedLibrary {
 
   // Works everything out again from `state`; call after every change to it.
   void prepare();
+  // The same after a decoding into `state` with `memo`, working out again only what
+  // belongs to saved tabs that changed, when the exclusions are those of the last time.
+  void prepare(const SavedTabMemo& memo);
+
+ private:
+  // The entries `exclusions` was made from, and the origins taken from a memo.
+  std::vector<std::string> exclusionEntries_;
+  std::vector<uint32_t> origins_;
+  void prepareLiveTabs();
 };
 
 }  // namespace velto
