@@ -4,30 +4,42 @@ namespace velto {
 
 std::string_view rawValue(Browser browser) {
   switch (browser) {
-    case Browser::safari: return "safari";
-    case Browser::chrome: return "chrome";
-    case Browser::brave: return "brave";
-    case Browser::edge: return "edge";
+    case Browser::safari:
+      return "safari";
+    case Browser::chrome:
+      return "chrome";
+    case Browser::brave:
+      return "brave";
+    case Browser::edge:
+      return "edge";
   }
   return "";
 }
 
 std::string_view bundleID(Browser browser) {
   switch (browser) {
-    case Browser::safari: return "com.apple.Safari";
-    case Browser::chrome: return "com.google.Chrome";
-    case Browser::brave: return "com.brave.Browser";
-    case Browser::edge: return "com.microsoft.edgemac";
+    case Browser::safari:
+      return "com.apple.Safari";
+    case Browser::chrome:
+      return "com.google.Chrome";
+    case Browser::brave:
+      return "com.brave.Browser";
+    case Browser::edge:
+      return "com.microsoft.edgemac";
   }
   return "";
 }
 
 std::string_view displayName(Browser browser) {
   switch (browser) {
-    case Browser::safari: return "Safari";
-    case Browser::chrome: return "Chrome";
-    case Browser::brave: return "Brave";
-    case Browser::edge: return "Edge";
+    case Browser::safari:
+      return "Safari";
+    case Browser::chrome:
+      return "Chrome";
+    case Browser::brave:
+      return "Brave";
+    case Browser::edge:
+      return "Edge";
   }
   return "";
 }
@@ -43,9 +55,12 @@ std::optional<Browser> browserFromRawValue(std::string_view text) {
 
 std::string_view rawValue(PinState state) {
   switch (state) {
-    case PinState::pinned: return "pinned";
-    case PinState::unpinned: return "unpinned";
-    case PinState::unknown: return "unknown";
+    case PinState::pinned:
+      return "pinned";
+    case PinState::unpinned:
+      return "unpinned";
+    case PinState::unknown:
+      return "unknown";
   }
   return "";
 }
@@ -59,15 +74,19 @@ std::optional<PinState> pinStateFromRawValue(std::string_view text) {
 
 std::string_view rawValue(ArchiveState state) {
   switch (state) {
-    case ArchiveState::saved: return "saved";
-    case ArchiveState::pendingClose: return "pendingClose";
-    case ArchiveState::closed: return "closed";
+    case ArchiveState::saved:
+      return "saved";
+    case ArchiveState::pendingClose:
+      return "pendingClose";
+    case ArchiveState::closed:
+      return "closed";
   }
   return "";
 }
 
 std::optional<ArchiveState> archiveStateFromRawValue(std::string_view text) {
-  for (ArchiveState state : {ArchiveState::saved, ArchiveState::pendingClose, ArchiveState::closed}) {
+  for (ArchiveState state :
+       {ArchiveState::saved, ArchiveState::pendingClose, ArchiveState::closed}) {
     if (rawValue(state) == text) return state;
   }
   return std::nullopt;

@@ -13,7 +13,7 @@ namespace velto {
 enum class Browser { safari, chrome, brave, edge };
 
 inline constexpr std::array<Browser, 4> kAllBrowsers{Browser::safari, Browser::chrome,
-                                                      Browser::brave, Browser::edge};
+                                                     Browser::brave, Browser::edge};
 
 // "safari", "chrome", "brave", "edge": the stored and wire form.
 std::string_view rawValue(Browser browser);
@@ -39,7 +39,9 @@ class BrowserSet {
   bool operator==(const BrowserSet&) const = default;
 
  private:
-  static uint8_t bit(Browser browser) { return static_cast<uint8_t>(1u << static_cast<int>(browser)); }
+  static uint8_t bit(Browser browser) {
+    return static_cast<uint8_t>(1u << static_cast<int>(browser));
+  }
   uint8_t bits_ = 0;
 };
 

@@ -39,9 +39,7 @@ uint32_t ClosedTabSearch::append(const SavedTab& tab, uint32_t position) {
 }
 
 void ClosedTabSearch::rebuild(const std::vector<SavedTab>& tabs, const ExclusionList& exclusions) {
-  // The kept tabs' positions, in byDate_ until it is ordered.
-  std::vector<uint32_t>& kept = byDate_;
-  kept.clear();
+  std::vector<uint32_t> kept;
   size_t bytes = 0;
   for (uint32_t i = 0; i < tabs.size(); ++i) {
     if (!isKept(tabs[i], exclusions)) continue;
@@ -56,7 +54,8 @@ void ClosedTabSearch::rebuild(const std::vector<SavedTab>& tabs, const Exclusion
   deadBytes_ = 0;
   entryOf_.assign(tabs.size(), kNone);
   for (uint32_t position : kept) entryOf_[position] = append(tabs[position], position);
-  order(tabs, {}, kept);
+  byDate_.clear();
+  order(tabs, kept);
 }
 
 void ClosedTabSearch::update(const std::vector<SavedTab>& tabs, const ExclusionList& exclusions,
@@ -64,7 +63,6 @@ void ClosedTabSearch::update(const std::vector<SavedTab>& tabs, const ExclusionL
   // An unchanged tab keeps its entry (its bytes, so whether it is kept, are the same),
   // and its place in the date order relative to the other unchanged tabs.
   std::vector<uint32_t> entryOf(tabs.size(), kNone);
-  std::vector<uint32_t> newPosition(entryOf_.size(), kNone);
   std::vector<uint32_t> fresh;
   std::fill(owner_.begin(), owner_.end(), kNone);
   size_t freshBytes = 0;
@@ -76,7 +74,6 @@ void ClosedTabSearch::update(const std::vector<SavedTab>& tabs, const ExclusionL
         return rebuild(tabs, exclusions);
       }
       lastOrigin = origin;
-      newPosition[origin] = k;
       if (const uint32_t entry = entryOf_[origin]; entry != kNone) {
         owner_[entry] = k;
         entryOf[k] = entry;
@@ -86,12 +83,12 @@ void ClosedTabSearch::update(const std::vector<SavedTab>& tabs, const ExclusionL
       freshBytes += expectedTextSize(tabs[k]);
     }
   }
-  std::vector<uint32_t> unchanged;
-  unchanged.reserve(byDate_.size());
+  // The unchanged tabs at their new positions, still in date order.
+  size_t unchanged = 0;
   for (uint32_t position : byDate_) {
-    const uint32_t now = newPosition[position];
-    if (now != kNone && entryOf[now] != kNone) unchanged.push_back(now);
+    if (const uint32_t now = owner_[entryOf_[position]]; now != kNone) byDate_[unchanged++] = now;
   }
+  byDate_.resize(unchanged);
   entryOf_ = std::move(entryOf);
   deadBytes_ = 0;
   for (size_t e = 0; e < owner_.size(); ++e) {
@@ -101,7 +98,7 @@ void ClosedTabSearch::update(const std::vector<SavedTab>& tabs, const ExclusionL
   // dropping it makes room for the new.
   if (deadBytes_ > text_.size() / 4 || text_.size() + freshBytes > text_.capacity()) compact();
   for (uint32_t position : fresh) entryOf_[position] = append(tabs[position], position);
-  order(tabs, unchanged, fresh);
+  order(tabs, fresh);
 }
 
 void ClosedTabSearch::compact() {
@@ -124,28 +121,26 @@ void ClosedTabSearch::compact() {
   deadBytes_ = 0;
 }
 
-void ClosedTabSearch::order(const std::vector<SavedTab>& tabs,
-                            const std::vector<uint32_t>& unchanged, std::vector<uint32_t>& fresh) {
-  // Newest first; equal dates in library order.
-  const auto before = [&](uint32_t a, uint32_t b) {
-    const Date da = tabs[a].activityDate(), db = tabs[b].activityDate();
-    return da != db ? da > db : a < b;
+void ClosedTabSearch::order(const std::vector<SavedTab>& tabs, const std::vector<uint32_t>& fresh) {
+  // Newest first; equal dates in library order. Dates beside the positions: a sort that
+  // reads them from the records misses the cache.
+  std::vector<std::pair<Date, uint32_t>> sorting;
+  sorting.reserve(fresh.size());
+  for (uint32_t position : fresh) sorting.emplace_back(tabs[position].activityDate(), position);
+  const auto before = [](const std::pair<Date, uint32_t>& a, const std::pair<Date, uint32_t>& b) {
+    return a.first != b.first ? a.first > b.first : a.second < b.second;
   };
-  if (unchanged.empty()) {
-    // Dates beside the positions: a sort that reads them from the records misses the cache.
-    std::vector<std::pair<Date, uint32_t>> sorting;
-    sorting.reserve(fresh.size());
-    for (uint32_t position : fresh) sorting.emplace_back(tabs[position].activityDate(), position);
-    std::sort(sorting.begin(), sorting.end(), [](const auto& a, const auto& b) {
-      return a.first != b.first ? a.first > b.first : a.second < b.second;
-    });
-    byDate_.resize(sorting.size());
-    for (size_t r = 0; r < sorting.size(); ++r) byDate_[r] = sorting[r].second;
-  } else {
-    std::sort(fresh.begin(), fresh.end(), before);
-    byDate_.resize(unchanged.size() + fresh.size());
-    std::merge(unchanged.begin(), unchanged.end(), fresh.begin(), fresh.end(), byDate_.begin(),
-               before);
+  std::sort(sorting.begin(), sorting.end(), before);
+  // Merged into the unchanged from the back, in place.
+  size_t unchanged = byDate_.size(), added = sorting.size();
+  byDate_.resize(unchanged + added);
+  for (size_t out = byDate_.size(); added > 0;) {
+    const uint32_t last = unchanged > 0 ? byDate_[unchanged - 1] : 0;
+    if (unchanged > 0 && before(sorting[added - 1], {tabs[last].activityDate(), last})) {
+      byDate_[--out] = byDate_[--unchanged];
+    } else {
+      byDate_[--out] = sorting[--added].second;
+    }
   }
   rank_.assign(owner_.size(), kNone);
   for (uint32_t r = 0; r < byDate_.size(); ++r) rank_[entryOf_[byDate_[r]]] = r;

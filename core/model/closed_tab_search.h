@@ -53,9 +53,8 @@ class ClosedTabSearch {
  private:
   void compact();
   uint32_t append(const SavedTab& tab, uint32_t position);
-  // byDate_ for the kept tabs: `unchanged` are already in order, `fresh` in any order.
-  void order(const std::vector<SavedTab>& tabs, const std::vector<uint32_t>& unchanged,
-             std::vector<uint32_t>& fresh);
+  // Adds `fresh` kept tabs, in any order, to those byDate_ holds in order, and ranks all.
+  void order(const std::vector<SavedTab>& tabs, const std::vector<uint32_t>& fresh);
 
   // Positions in the list of the kept tabs, newest first.
   std::vector<uint32_t> byDate_;

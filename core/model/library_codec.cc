@@ -680,16 +680,20 @@ struct LibraryDecoder::Impl {
     return decoded;
   }
 
+  Result<void> sizeParser() {
+    if (size <= parser.capacity() && parser.max_depth() == kParserDepth) return {};
+    // Same growth margin as the buffer, so a slowly growing file does not make the
+    // parser reallocate (and fault in) its index on every request.
+    const size_t grown = std::min(size + size / 8, parser.max_capacity());
+    if (parser.allocate(std::max(grown, parser.capacity()), kParserDepth) != simdjson::SUCCESS) {
+      return parseFailure(simdjson::MEMALLOC);
+    }
+    return {};
+  }
+
   Result<void> decodeWith(LibraryState& state, SavedTabMemo* memo) {
     std::memset(buffer.data() + size, 0, simdjson::SIMDJSON_PADDING);
-    if (size > parser.capacity() || parser.max_depth() != kParserDepth) {
-      // Same growth margin as the buffer, so a slowly growing file does not make the
-      // parser reallocate (and fault in) its index on every request.
-      const size_t grown = std::min(size + size / 8, parser.max_capacity());
-      if (parser.allocate(std::max(grown, parser.capacity()), kParserDepth) != simdjson::SUCCESS) {
-        return parseFailure(simdjson::MEMALLOC);
-      }
-    }
+    if (auto sized = sizeParser(); !sized) return sized;
     od::document document;
     if (const error_code code = iterate().get(document)) return parseFailure(code);
     Reader reader;
@@ -805,6 +809,8 @@ Result<void> LibraryDecoder::decodeReadInto(LibraryState& state) {
 }
 
 ContentDigest LibraryDecoder::lastDigest() const { return impl_->digest; }
+
+Result<void> LibraryDecoder::sizeParserForRead() { return impl_->sizeParser(); }
 
 Result<void> LibraryDecoder::decodeReadInto(LibraryState& state, SavedTabMemo& memo) {
   return impl_->decodeInto(state, &memo);

@@ -93,6 +93,12 @@ class LibraryDecoder {
   // The digest of the bytes last read by readFile (none after a failed read), taken
   // while reading them.
   ContentDigest lastDigest() const;
+  // Allocates the parser for the bytes last read, as decoding them would (a failure is
+  // decoding's). The parser's index and string buffer are sized for the whole file but
+  // only partly touched; a caller about to change how the heap hands out memory sizes
+  // the parser first, so that these keep mappings of their own (see
+  // prepareHeapForLargeData).
+  Result<void> sizeParserForRead();
   // decodeReadInto that keeps the saved tabs `memo` knows to be unchanged. Decodes
   // exactly as decodeReadInto does, and fills `memo` for the next time; on failure
   // `memo` is cleared.

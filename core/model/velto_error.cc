@@ -34,8 +34,8 @@ Error automationFailure(int64_t errorNumber) {
     case -1712:
       return message("The browser took too long to respond. Your tabs were left alone.");
     default:
-      return message("The browser could not complete the request (" +
-                     std::to_string(errorNumber) + "). Try reconnecting it.");
+      return message("The browser could not complete the request (" + std::to_string(errorNumber) +
+                     "). Try reconnecting it.");
   }
 }
 

@@ -49,16 +49,13 @@ void prepareHeapForLargeData(size_t bytes) {
   static bool prepared = false;
   if (prepared || bytes == 0) return;
   prepared = true;
-  // glibc's malloc: every block below 32 MiB (the records, their lists, the prepared
-  // text) comes from the heap instead of a fresh mapping of its own; the heap grows by
-  // `bytes` at once (address space only, until touched) and keeps what is freed. The
-  // grown part is then advised for huge pages. Larger blocks (the parser's index and
-  // string buffer, sized for the whole file and only partly touched) keep mappings of
-  // their own: in the heap, the next block's header at the end of each would fault in a
-  // whole huge page there. Where these calls are not glibc's (a sanitizer's allocator),
-  // the heap's end does not move and nothing is advised.
+  // glibc's malloc: every block, however large (the parser's index, the record lists),
+  // comes from the heap instead of a fresh mapping of its own; the heap grows by `bytes`
+  // at once (address space only, until touched) and keeps what is freed. The grown part
+  // is then advised for huge pages. Where these calls are not glibc's (a sanitizer's
+  // allocator), the heap's end does not move and nothing is advised.
   const int pad = static_cast<int>(std::min<size_t>(bytes, INT_MAX / 2));
-  if (::mallopt(M_MMAP_THRESHOLD, 32 << 20) == 0 || ::mallopt(M_TRIM_THRESHOLD, 2 * pad) == 0 ||
+  if (::mallopt(M_MMAP_MAX, 0) == 0 || ::mallopt(M_TRIM_THRESHOLD, 2 * pad) == 0 ||
       ::mallopt(M_TOP_PAD, pad) == 0) {
     return;
   }
