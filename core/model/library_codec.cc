@@ -505,6 +505,15 @@ class Reader {
     od::array array;
     if (value.get_array().get(array) != simdjson::SUCCESS) return fail(at, "is not an array");
     if (memo.size() != tabs.size()) memo.assign(tabs.size(), TabSource{});
+    if (tabs.empty()) {
+      // A first decoding: growing the lists as they fill would leave every smaller copy
+      // behind, touched and unused. Counting first costs a fraction of the decoding.
+      size_t count = 0;
+      if (array.count_elements().get(count) == simdjson::SUCCESS) {
+        tabs.reserve(count);
+        memo.reserve(count);
+      }
+    }
 
     for (uint32_t i = 0; i < memo.size(); ++i) memo[i].origin = i;
     // Slots [k, size) hold the old tabs not yet matched, in their order: old tab o is in
