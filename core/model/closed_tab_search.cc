@@ -24,7 +24,8 @@ bool isKept(const SavedTab& tab, const ExclusionList& exclusions) {
   return tab.state == ArchiveState::closed && !exclusions.excludes(tab.url);
 }
 
-// Folding never more than triples a character's bytes; most text folds to its own size.
+// What a kept tab's text is expected to take: most text folds to its own size, and the
+// browser's name with the three field ends takes about nine bytes.
 size_t expectedTextSize(const SavedTab& tab) { return tab.title.size() + tab.url.size() + 9; }
 
 }  // namespace
