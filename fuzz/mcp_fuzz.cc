@@ -14,6 +14,7 @@
 #include "core/mcp/client_authorization.h"
 #include "core/mcp/json_message.h"
 #include "core/mcp/mcp_service.h"
+#include "fuzz/json_lines_mutation.h"
 
 namespace {
 
@@ -120,4 +121,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
   }
   return 0;
+}
+
+extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t maxSize,
+                                          unsigned seed) {
+  return JSONLinesMutation::mutate(data, size, maxSize, seed);
 }
