@@ -52,19 +52,22 @@ inline json mutatedNumber(const json& number, Random& random) {
                                 -0.0,
                                 1e308,
                                 std::numeric_limits<double>::min()};
-  switch (below(random, 5)) {
+  switch (below(random, 8)) {
     case 0:
+    case 1:
+    case 2:
+    case 3:
       return int64_t(below(random, 131)) - 2;
-    case 1: {
+    case 4: {
       const int64_t delta = int64_t(below(random, 33)) - 16;
       if (number.is_number_float()) return number.get<double>() + double(delta);
       // Unsigned arithmetic wraps where the signed value would overflow.
       const uint64_t moved = number.get<uint64_t>() + uint64_t(delta);
       return number.is_number_unsigned() ? json(moved) : json(int64_t(moved));
     }
-    case 2:
+    case 5:
       return kEdges[below(random, std::size(kEdges))];
-    case 3:
+    case 6:
       return number.is_number_float() ? json(number.get<double>() + 0.5)
                                       : json(double(number.get<int64_t>()));
     default:
@@ -86,20 +89,24 @@ inline void replaceCharacterInClass(std::string& text, Random& random) {
   }
 }
 
-// A run of digits (a year, a day, a count) moved by a little, keeping its width.
-inline void moveDigitRun(std::string& text, Random& random) {
+// A run of digits (a year, a day, a count) as a number of the same width: moved by a
+// little, or any value of that width.
+inline void mutateDigitRun(std::string& text, Random& random) {
+  const auto isDigit = [&](size_t at) {
+    return at < text.size() && std::isdigit(static_cast<unsigned char>(text[at]));
+  };
   size_t begin = below(random, text.size() + 1);
-  while (begin < text.size() && !std::isdigit(static_cast<unsigned char>(text[begin]))) ++begin;
+  while (begin < text.size() && !isDigit(begin)) ++begin;
+  while (begin > 0 && isDigit(begin) && isDigit(begin - 1)) --begin;
   size_t end = begin;
-  while (end < text.size() && end - begin < 9 &&
-         std::isdigit(static_cast<unsigned char>(text[end])))
-    ++end;
+  int64_t value = 0, range = 1;
+  for (; isDigit(end) && end - begin < 9; ++end, range *= 10)
+    value = value * 10 + (text[end] - '0');
   if (begin == end) return;
-  int64_t value = std::stoll(text.substr(begin, end - begin));
-  value += int64_t(below(random, 65)) - 32;
-  std::string digits = std::to_string(std::max<int64_t>(value, 0));
-  digits.insert(0, (end - begin) > digits.size() ? (end - begin) - digits.size() : 0, '0');
-  text.replace(begin, end - begin, digits.substr(digits.size() - (end - begin)));
+  value = below(random, 2) == 0 ? value + int64_t(below(random, 33)) - 16
+                                : int64_t(below(random, size_t(range)));
+  const std::string digits = std::to_string((value % range + range) % range);
+  text.replace(begin, end - begin, std::string(end - begin - digits.size(), '0') + digits);
 }
 
 inline void collect(json& value, std::vector<json*>& nodes) {
@@ -109,12 +116,23 @@ inline void collect(json& value, std::vector<json*>& nodes) {
   }
 }
 
-// Changes one value of `line` in place; `donors` are all values of the input, of any
-// line, to borrow members and strings from.
+// Changes one value of `line` in place; `donors` are values to borrow members and
+// strings from.
 inline void mutateValue(json& line, const std::vector<json*>& donors, Random& random) {
-  std::vector<json*> nodes;
+  // A third of the time a number, a third a string, however many of each the line holds:
+  // that is where one request differs from another. A string is drawn by its length, so
+  // that a query, a date or an id is edited more often than "2.0".
+  std::vector<json*> nodes, numbers, strings;
   collect(line, nodes);
-  json& node = *nodes[below(random, nodes.size())];
+  for (json* node : nodes) {
+    if (node->is_number()) numbers.push_back(node);
+    if (node->is_string()) strings.insert(strings.end(), node->size() + 1, node);
+  }
+  const size_t kind = below(random, 3);
+  const std::vector<json*>& from = kind == 0 && !numbers.empty()   ? numbers
+                                   : kind == 1 && !strings.empty() ? strings
+                                                                   : nodes;
+  json& node = *from[below(random, from.size())];
   const json& donor = *donors[below(random, donors.size())];
   if (below(random, 8) == 0) {
     static const json kKinds[] = {nullptr, true, false, 1, "", json::array(), json::object()};
@@ -131,7 +149,7 @@ inline void mutateValue(json& line, const std::vector<json*>& donors, Random& ra
         replaceCharacterInClass(text, random);
         break;
       case 2:
-        moveDigitRun(text, random);
+        mutateDigitRun(text, random);
         break;
       default:
         if (donor.is_string()) text = donor.get<std::string>();
@@ -174,24 +192,22 @@ inline size_t mutate(uint8_t* data, size_t size, size_t maxSize, unsigned seed) 
     lines.emplace_back(input.substr(start, end - start));
     start = end + 1;
   }
-  std::vector<json> parsed;
-  std::vector<json*> donors;
-  parsed.reserve(lines.size());
-  for (const std::string& line : lines) {
-    parsed.push_back(json::parse(line, nullptr, false));
-    if (!parsed.back().is_discarded()) collect(parsed.back(), donors);
-  }
   const size_t chosen = below(random, lines.size());
-  if (parsed[chosen].is_discarded() || below(random, 4) == 0) {
-    return LLVMFuzzerMutate(data, size, maxSize);
-  }
+  json line = json::parse(lines[chosen], nullptr, false);
+  if (line.is_discarded() || below(random, 4) == 0) return LLVMFuzzerMutate(data, size, maxSize);
 
-  if (below(random, 10) == 0) {
-    // Another request in the same session, after or before the others.
+  if (lines.size() < 4 && below(random, 10) == 0) {
+    // Another request in the same session, after or before the others; a few are enough
+    // to move through a session, and each one more costs every later run of the input.
     lines.insert(lines.begin() + below(random, lines.size() + 1), lines[chosen]);
   } else {
-    mutateValue(parsed[chosen], donors, random);
-    lines[chosen] = parsed[chosen].dump(-1, ' ', false, json::error_handler_t::replace);
+    // Values to borrow come from this line and one other, which may hold another tool's.
+    json other = json::parse(lines[below(random, lines.size())], nullptr, false);
+    std::vector<json*> donors;
+    collect(line, donors);
+    if (!other.is_discarded()) collect(other, donors);
+    mutateValue(line, donors, random);
+    lines[chosen] = line.dump(-1, ' ', false, json::error_handler_t::replace);
   }
   std::string joined = lines[0];
   for (size_t i = 1; i < lines.size(); ++i) joined += "\n" + lines[i];
