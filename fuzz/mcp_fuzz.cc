@@ -14,6 +14,7 @@
 #include "core/mcp/client_authorization.h"
 #include "core/mcp/json_message.h"
 #include "core/mcp/mcp_service.h"
+#include "fuzz/json_lines_mutation.h"
 
 namespace {
 
@@ -120,4 +121,33 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
   }
   return 0;
+}
+
+// Defaults of this target, placed before the command line's flags so that those win.
+// Value profiling keeps inputs that bring an argument closer to a value the code
+// compares it with (a limit, a year, an id's digit), which is how this target reaches
+// one particular value in a tool. Length control, which libFuzzer turns off for a custom
+// mutator, keeps inputs near the seeds' size for longer: every line more is a request
+// more in each of the three sessions of every run.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
+  static char valueProfile[] = "-use_value_profile=1";
+  static char lengthControl[] = "-len_control=100";
+  static std::vector<char*> arguments(*argv, *argv + *argc);
+  arguments.insert(arguments.begin() + 1, {valueProfile, lengthControl});
+  arguments.push_back(nullptr);
+  *argc = static_cast<int>(arguments.size()) - 1;
+  *argv = arguments.data();
+  return 0;
+}
+
+// Most of a run is allocation, and AddressSanitizer records where each block was
+// allocated and freed: two frames instead of thirty make this target about a fifth
+// faster. To see whole stacks for a crash, run it again with
+// ASAN_OPTIONS=malloc_context_size=30.
+extern "C" const char* __asan_default_options() { return "malloc_context_size=2"; }
+
+// Requests are mutated as JSON, so that one argument value changes at a time.
+extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t maxSize,
+                                          unsigned seed) {
+  return JSONLinesMutation::mutate(data, size, maxSize, seed);
 }
