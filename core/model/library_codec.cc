@@ -4,7 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 // Compiled in rather than called: a digest of one saved tab (a few hundred bytes) is
-// mostly call and set-up when it goes through the shared library.
+// mostly call and set-up when it goes through the shared library. (A whole file's
+// digest is ContentDigester's.)
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
@@ -671,6 +672,12 @@ struct LibraryDecoder::Impl {
   size_t capacity = 0;   // usable bytes, padding excluded
   size_t size = 0;       // bytes of the last document
   ContentDigest digest;  // of the last document read from a file
+  // While the buffer holds the bytes of the last file read: the digest of those bytes
+  // up to the end of each piece read, in order. A read of a file that begins with the
+  // same bytes finds them already in place.
+  std::vector<ContentDigest> heldPieces;
+  // Where a piece that may already be in place is read and digested.
+  std::unique_ptr<char[]> scratch;
 
   // Makes room for `size` bytes, keeping the first `keep` bytes already there.
   void reserve(size_t wanted, size_t keep) {
@@ -728,6 +735,7 @@ struct LibraryDecoder::Impl {
     if (!bytes.empty()) std::memcpy(buffer.data(), bytes.data(), bytes.size());
     size = bytes.size();
     digest = {};
+    heldPieces.clear();
   }
 
   simdjson::simdjson_result<od::document> iterate() {
@@ -768,32 +776,53 @@ Result<void> LibraryDecoder::decodeInto(std::string_view bytes, LibraryState& st
 Result<void> LibraryDecoder::Impl::readFile(const std::filesystem::path& file) {
   size = 0;
   digest = {};
+  // What the buffer holds is known again once this read has succeeded.
+  std::vector<ContentDigest> held = std::move(heldPieces);
+  heldPieces.clear();
   const FileDescriptor descriptor{::open(file.c_str(), O_RDONLY | O_CLOEXEC)};
   if (descriptor.fd < 0) return readFailure(file, errno);
   struct stat status {};
   if (::fstat(descriptor.fd, &status) != 0) return readFailure(file, errno);
   if (S_ISDIR(status.st_mode)) return readFailure(file, EISDIR);
+  const auto reserveKeeping = [&](size_t wanted, size_t keep) {
+    const char* before = buffer.data();
+    reserve(wanted, keep);
+    if (buffer.data() != before) held.clear();
+  };
   // One byte beyond the expected size lets the read that finds the end fit without
   // growing; a file that grew since fstat is still read whole.
-  reserve(static_cast<size_t>(std::max<off_t>(status.st_size, 0)) + 1, 0);
-  XXH3_state_t state;
-  XXH3_128bits_reset(&state);
+  reserveKeeping(static_cast<size_t>(std::max<off_t>(status.st_size, 0)) + 1, 0);
+  // Mostly the file is the one read last time. Its pieces are then read into a small
+  // scratch area that stays in the cache and compared by the digest so far; only from
+  // the first piece that differs do bytes go to the buffer. Writing a large file to
+  // memory that is not in the cache costs about as much again as reading it.
+  if (!held.empty() && !scratch) scratch = std::make_unique<char[]>(kPieceSize);
+  bool inPlace = true;  // every piece so far was found in the buffer
+  std::vector<ContentDigest> pieces;
+  pieces.reserve(held.size());
+  ContentDigester digester;
   size_t read = 0;
   for (;;) {
-    if (read == capacity) reserve(capacity + 1, read);
-    const ssize_t count =
-        ::read(descriptor.fd, buffer.data() + read, std::min(capacity - read, kPieceSize));
+    if (read == capacity) reserveKeeping(capacity + 1, read);
+    inPlace = inPlace && pieces.size() < held.size();
+    char* into = inPlace ? scratch.get() : buffer.data() + read;
+    const ssize_t count = ::read(descriptor.fd, into, std::min(capacity - read, kPieceSize));
     if (count < 0) {
       if (errno == EINTR) continue;
       return readFailure(file, errno);
     }
     if (count == 0) break;
-    XXH3_128bits_update(&state, buffer.data() + read, static_cast<size_t>(count));
+    digester.add(into, static_cast<size_t>(count));
     read += static_cast<size_t>(count);
+    pieces.push_back(digester.digest());
+    if (inPlace && pieces.back() != held[pieces.size() - 1]) {
+      inPlace = false;
+      std::memcpy(buffer.data() + read - count, into, static_cast<size_t>(count));
+    }
   }
   size = read;
-  const XXH128_hash_t hash = XXH3_128bits_digest(&state);
-  digest = {hash.low64, hash.high64, read};
+  digest = digester.digest();
+  heldPieces = std::move(pieces);
   return {};
 }
 

@@ -8,15 +8,10 @@
 #include <vector>
 
 #include "core/model/records.h"
+#include "core/support/content_digest.h"
 #include "core/support/result.h"
 
 namespace velto {
-
-// The identity of a document's bytes: their XXH3-128 digest and their length.
-struct ContentDigest {
-  uint64_t low = 0, high = 0, size = 0;
-  bool operator==(const ContentDigest&) const = default;
-};
 
 // What decoding into one LibraryState remembers of the bytes each of its saved tabs
 // was decoded from, so that decoding a later version of the file into that same state

@@ -5,6 +5,9 @@
 
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <optional>
+
+#include "core/support/testing/files.h"
 
 namespace velto {
 namespace {
@@ -363,6 +366,62 @@ TEST(LibraryDecoderMemoTest, FailsAsAPlainDecodingAndForgets) {
   ASSERT_TRUE(decoder.decodeInto(repeated, state, memo).ok());
   EXPECT_EQ(state, decodeLibrary(repeated).value());
   EXPECT_NE(memo.sources.size(), state.tabs.size());
+}
+
+}  // namespace
+}  // namespace velto
+
+namespace velto {
+namespace {
+
+using LibraryDecoderReadTest = testing::TempDirTest;
+
+// A read finds the unchanged leading part of the last file read already in place; what
+// it returns must still be the file as it is now, whatever came between.
+TEST_F(LibraryDecoderReadTest, EveryReadHoldsTheFileAsItIsNow) {
+  const std::filesystem::path file = root_ / "library.json";
+  std::string first(1'100'000, ' ');  // more than four of the pieces a file is read in
+  for (size_t i = 0; i < first.size(); ++i) first[i] = static_cast<char>('a' + i * 7919 % 26);
+  const auto edited = [&](size_t at) {
+    std::string text = first;
+    text[at] = '#';
+    return text;
+  };
+  LibraryDecoder decoder;
+  std::optional<ContentDigest> firstDigest;
+  const auto expectRead = [&](const std::string& content) {
+    std::ofstream(file, std::ios::binary | std::ios::trunc) << content;
+    const Result<std::string_view> bytes = decoder.readFile(file);
+    ASSERT_TRUE(bytes.ok());
+    EXPECT_TRUE(*bytes == content) << "a read of " << content.size() << " bytes";
+    EXPECT_EQ(decoder.lastDigest().size, content.size());
+    if (content == first) {
+      if (!firstDigest) firstDigest = decoder.lastDigest();
+      EXPECT_EQ(decoder.lastDigest(), *firstDigest);
+    } else if (firstDigest) {
+      EXPECT_NE(decoder.lastDigest(), *firstDigest);
+    }
+  };
+  expectRead(first);
+  expectRead(first);
+  expectRead(edited(600'000));  // a middle piece differs
+  expectRead(first);
+  expectRead(edited(0));          // the first piece differs, so all go to the buffer
+  expectRead(edited(1'099'999));  // only the last one
+  expectRead(first.substr(0, 700'000));
+  expectRead(first);
+  expectRead(first + std::string(300'000, 'z'));
+  expectRead(first + std::string(3'000'000, 'z'));  // beyond the buffer: it moves
+  expectRead(first);
+  expectRead("");
+  expectRead(first);
+  // Another document decoded in between, and a read that failed, leave nothing that a
+  // read could take for the file's bytes.
+  ASSERT_FALSE(decoder.decode(first.substr(0, 1000)).ok());
+  expectRead(first);
+  std::filesystem::remove(file);
+  ASSERT_FALSE(decoder.readFile(file).ok());
+  expectRead(first);
 }
 
 }  // namespace

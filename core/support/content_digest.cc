@@ -1,0 +1,34 @@
+#include "core/support/content_digest.h"
+
+// On x86-64 the library picks AVX2 or AVX-512 at run time (the compiler may only assume
+// SSE2); elsewhere its build-time choice (NEON on Apple silicon) is already the best.
+#if defined(__x86_64__)
+#include <xxh_x86dispatch.h>
+#else
+#include <xxhash.h>
+#endif
+
+#include <new>
+
+namespace velto {
+
+void ContentDigester::FreeState::operator()(XXH3_state_s* state) const { XXH3_freeState(state); }
+
+ContentDigester::ContentDigester() : state_(XXH3_createState()) {
+  if (!state_) throw std::bad_alloc();
+  XXH3_128bits_reset(state_.get());
+}
+
+ContentDigester::~ContentDigester() = default;
+
+void ContentDigester::add(const char* bytes, size_t size) {
+  XXH3_128bits_update(state_.get(), bytes, size);
+  size_ += size;
+}
+
+ContentDigest ContentDigester::digest() const {
+  const XXH128_hash_t hash = XXH3_128bits_digest(state_.get());
+  return {hash.low64, hash.high64, size_};
+}
+
+}  // namespace velto
