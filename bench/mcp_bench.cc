@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -52,7 +53,7 @@ const char* binary() {
 // One VeltoMCP process with pipes to its stdin and stdout.
 class Server {
  public:
-  explicit Server(const std::vector<std::string>& environment) {
+  explicit Server(const std::vector<std::string>& environment, const char* path = binary()) {
     int in[2], out[2];
     if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) std::abort();
     posix_spawn_file_actions_t actions;
@@ -63,8 +64,8 @@ class Server {
     for (const std::string& variable : environment)
       envp.push_back(const_cast<char*>(variable.c_str()));
     envp.push_back(nullptr);
-    char* argv[] = {const_cast<char*>(binary()), nullptr};
-    if (::posix_spawn(&pid_, binary(), &actions, nullptr, argv, envp.data()) != 0) std::abort();
+    char* argv[] = {const_cast<char*>(path), nullptr};
+    if (::posix_spawn(&pid_, path, &actions, nullptr, argv, envp.data()) != 0) std::abort();
     posix_spawn_file_actions_destroy(&actions);
     ::close(in[0]);
     ::close(out[1]);
@@ -291,6 +292,68 @@ void BM_SpawnToFirstToolCall(benchmark::State& state) {
       [] { return world().parseSeconds(); }, "x_parse");
 }
 
+// The seeded library and three changed versions of it: a title changed, a tab removed,
+// a tab inserted (a copy of the one after it).
+std::vector<std::string> libraryVersions(const std::string& json) {
+  std::vector<std::string> versions = {json};
+  // A title that starts with an ASCII letter, so that changing one byte keeps it UTF-8.
+  size_t title = json.find("\"title\": \"", json.size() / 3);
+  while (!std::isalpha(static_cast<unsigned char>(json[title + 10]))) {
+    title = json.find("\"title\": \"", title + 1);
+  }
+  versions.push_back(json);
+  versions.back()[title + 10] = json[title + 10] == 'Q' ? 'R' : 'Q';
+  const std::string tabStart = "\n    {\n";
+  const size_t tab = json.find(tabStart, json.size() / 2);
+  const size_t next = json.find(tabStart, tab + 1);
+  versions.push_back(json.substr(0, tab) + json.substr(next));
+  versions.push_back(json.substr(0, next) + json.substr(tab, next - tab) + json.substr(next));
+  return versions;
+}
+
+// Not a timing, run when VELTO_MCP_REFERENCE names another build of the server: the answers
+// of the server under test, kept running while the library changes under it, against
+// those of the reference started afresh for each version, to 45 searches and listings.
+// `differing` must be 0.
+void BM_SameAnswersAsReference(benchmark::State& state) {
+  const char* reference = std::getenv("VELTO_MCP_REFERENCE");
+  World& w = world();
+  std::vector<std::string> lines;
+  const auto call = [&](const std::string& name, const std::string& arguments) {
+    lines.push_back(R"({"jsonrpc":"2.0","id":)" + std::to_string(lines.size() + 10) +
+                    R"(,"method":"tools/call","params":{"name":")" + name + R"(","arguments":)" +
+                    arguments + "}}");
+  };
+  for (const char* query : {"github swift", "", "swift", "GitHub", "東京", "café", "news",
+                            "docs python", "x", "zz-no-match"}) {
+    for (int limit : {1, 20, 50}) {
+      call("search_closed_tabs",
+           R"({"query":")" + std::string(query) + R"(","limit":)" + std::to_string(limit) + "}");
+    }
+    call("search_closed_tabs",
+         R"({"query":")" + std::string(query) + R"(","since":"2026-01-01T00:00:00Z"})");
+  }
+  for (const char* limit : {"1", "50", "100", "500"})
+    call("list_tabs", R"({"limit":)" + std::string(limit) + "}");
+  call("list_tabs", "{}");
+  double answers = 0, differing = 0;
+  for (auto _ : state) {
+    for (const std::string& version : libraryVersions(w.json)) {
+      std::ofstream(w.file, std::ios::binary | std::ios::trunc) << version;
+      Server fresh(w.environment, reference);
+      fresh.ask(kInitialize);
+      fresh.send(kInitialized);
+      for (const std::string& line : lines) {
+        ++answers;
+        differing += w.server().ask(line) != fresh.ask(line);
+      }
+    }
+  }
+  std::ofstream(w.file, std::ios::binary | std::ios::trunc) << w.json;
+  state.counters["answers"] = answers;
+  state.counters["differing"] = differing;
+}
+
 // Few iterations, each timed by hand: a request costs tens of milliseconds.
 BENCHMARK(BM_SearchClosedTabs)->UseManualTime()->Iterations(30)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SearchClosedTabsEmptyQuery)
@@ -305,6 +368,15 @@ BENCHMARK(BM_FirstRequestAfterChange)
 BENCHMARK(BM_PeakMemory)->Iterations(1);
 BENCHMARK(BM_SpawnToFirstAnswer)->UseManualTime()->Iterations(50)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SpawnToFirstToolCall)->UseManualTime()->Iterations(20)->Unit(benchmark::kMillisecond);
+// Only when there is a reference to compare with.
+[[maybe_unused]] const bool kComparesAnswers = [] {
+  const char* reference = std::getenv("VELTO_MCP_REFERENCE");
+  if (reference && *reference) {
+    benchmark::RegisterBenchmark("BM_SameAnswersAsReference", BM_SameAnswersAsReference)
+        ->Iterations(1);
+  }
+  return true;
+}();
 
 }  // namespace
 }  // namespace velto
