@@ -1,8 +1,9 @@
 #include "core/support/content_digest.h"
 
-// On x86-64 the library picks AVX2 or AVX-512 at run time (the compiler may only assume
-// SSE2); elsewhere its build-time choice (NEON on Apple silicon) is already the best.
-#if defined(__x86_64__)
+// Where libxxhash was built with its x86 dispatcher, it picks AVX2 or AVX-512 at run
+// time (the compiler may only assume SSE2). Elsewhere its build-time choice stands: on
+// Apple silicon that is NEON already.
+#if defined(VELTO_XXHASH_DISPATCH)
 #include <xxh_x86dispatch.h>
 #else
 #include <xxhash.h>
