@@ -19,6 +19,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <type_traits>
+#include <utility>
 
 #include "core/model/library_json.h"
 #include "core/support/large_memory.h"
@@ -777,8 +778,7 @@ Result<void> LibraryDecoder::Impl::readFile(const std::filesystem::path& file) {
   size = 0;
   digest = {};
   // What the buffer holds is known again once this read has succeeded.
-  std::vector<ContentDigest> held = std::move(heldPieces);
-  heldPieces.clear();
+  std::vector<ContentDigest> held = std::exchange(heldPieces, {});
   const FileDescriptor descriptor{::open(file.c_str(), O_RDONLY | O_CLOEXEC)};
   if (descriptor.fd < 0) return readFailure(file, errno);
   struct stat status {};

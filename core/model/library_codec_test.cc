@@ -368,12 +368,6 @@ TEST(LibraryDecoderMemoTest, FailsAsAPlainDecodingAndForgets) {
   EXPECT_NE(memo.sources.size(), state.tabs.size());
 }
 
-}  // namespace
-}  // namespace velto
-
-namespace velto {
-namespace {
-
 using LibraryDecoderReadTest = testing::TempDirTest;
 
 // A read finds the unchanged leading part of the last file read already in place; what
